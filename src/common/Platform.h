@@ -1,0 +1,37 @@
+// What the program asks of the operating system beyond the standard library: one header, one source
+// a platform. All texts are UTF-8.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace project_lumen {
+
+// Full path of the running executable; none when the system does not tell.
+std::optional<std::string> ExecutablePath();
+
+// The current directory; none when the system does not tell (it was removed, for example).
+std::optional<std::string> CurrentDirectory();
+
+// File name of the CUDA provider library of ONNX Runtime on this platform.
+const char* CudaProviderLibraryName();
+
+// Whether the CUDA provider library lies beside the executable. Nothing is loaded.
+bool IsCudaProviderLibraryPresent();
+
+// A loaded module (shared library), found by an address inside it; its reference count is
+// unchanged.
+class LoadedModule {
+ public:
+  // None when no loaded module holds the address.
+  static std::optional<LoadedModule> FromAddress(const void* address);
+
+  // The address of an exported function, or null.
+  [[nodiscard]] void* FindExport(const char* name) const;
+
+ private:
+  explicit LoadedModule(void* handle) : handle_(handle) {}
+  void* handle_;
+};
+
+}  // namespace project_lumen
