@@ -1,0 +1,166 @@
+#include "core/TiledInference.h"
+
+#include <array>
+#include <cstddef>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "core/FiniteSamples.h"
+#include "core/Image.h"
+#include "core/ReflectPadding.h"
+#include "core/TileBlending.h"
+#include "core/TileGeometry.h"
+
+namespace project_lumen::core {
+namespace {
+
+constexpr std::size_t kChannels = 3;
+
+void CheckRequest(const cv::Mat& image, std::int32_t window, std::int32_t stride) {
+  if (image.empty() || image.type() != CV_32FC3) {
+    throw std::invalid_argument("Tiled inference requires float32 RGB pixels.");
+  }
+  if (window < 1 || stride < 1 || stride > window || (window - stride) % 2 != 0) {
+    throw std::invalid_argument("Invalid inference window or stride.");
+  }
+}
+
+void ReportProgress(const std::function<bool(int, int)>& progress, int done, int total) {
+  if (progress && !progress(done, total)) {
+    throw Cancelled();
+  }
+}
+
+// Whether every pixel of a continuous tile has the finite colour of the first one. Comparing each
+// sample with the pixel before it is enough, because equality carries over, and it vectorises.
+bool IsUniform(const cv::Mat& tile) {
+  const auto* first = tile.ptr<float>();
+  if (!AllFinite(first, kChannels)) {
+    return false;
+  }
+  const std::size_t count = static_cast<std::size_t>(tile.cols) * kChannels;
+  for (int r = 0; r < tile.rows; ++r) {
+    const auto* row = tile.ptr<float>(r);
+    unsigned differing = 0;
+    for (std::size_t k = 0; k < kChannels; ++k) {
+      differing |= static_cast<unsigned>(row[k] != first[k]);
+    }
+    for (std::size_t i = kChannels; i < count; ++i) {
+      differing |= static_cast<unsigned>(row[i] != row[i - kChannels]);
+    }
+    if (differing != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void CheckOutput(const cv::Mat& output, std::int32_t window) {
+  if (output.type() != CV_32FC3 || output.rows != window || output.cols != window) {
+    throw std::runtime_error("Inference returned an invalid tile shape or type.");
+  }
+  const std::size_t count = static_cast<std::size_t>(window) * kChannels;
+  for (int r = 0; r < window; ++r) {
+    if (!AllFinite(output.ptr<float>(r), count)) {
+      throw std::runtime_error("Inference returned non-finite samples.");
+    }
+  }
+}
+
+cv::Mat InferChecked(const cv::Mat& tile, const std::function<cv::Mat(const cv::Mat&)>& inferTile) {
+  cv::Mat output = IsUniform(tile) ? tile : inferTile(tile);
+  CheckOutput(output, tile.rows);
+  return output;
+}
+
+// Adds weighted tile outputs into the accumulator. Weights are separable and depend on a tile's
+// place only through being first or last along an axis, so four factor tables an axis serve all
+// tiles.
+class TileBlender {
+ public:
+  explicit TileBlender(const TileGeometry& geometry)
+      : geometry_(geometry), kept_(ComputeKeptSquare(geometry)) {
+    for (const bool first : {false, true}) {
+      for (const bool last : {false, true}) {
+        FillTables(first, last);
+      }
+    }
+  }
+
+  void Add(const cv::Mat& output, int tileX, int tileY, cv::Mat& accumulator) const {
+    const std::vector<double>& columnFactors =
+        sampleFactors_[TableIndex(tileX == 0, tileX == geometry_.LastTileX())];
+    const std::vector<double>& rowFactors =
+        pixelFactors_[TableIndex(tileY == 0, tileY == geometry_.LastTileY())];
+    const int offset = kept_.start * static_cast<int>(kChannels);
+    for (int r = 0; r < kept_.side; ++r) {
+      const int row = kept_.start + r;
+      AddRow(output.ptr<float>(row) + offset, columnFactors,
+             rowFactors[static_cast<std::size_t>(r)],
+             accumulator.ptr<cv::Vec3f>(tileY + row, tileX + kept_.start)->val);
+    }
+  }
+
+ private:
+  static std::size_t TableIndex(bool first, bool last) {
+    return (first ? 1U : 0U) + (last ? 2U : 0U);
+  }
+
+  void FillTables(bool first, bool last) {
+    std::vector<double>& pixels = pixelFactors_[TableIndex(first, last)];
+    std::vector<double>& samples = sampleFactors_[TableIndex(first, last)];
+    for (std::int32_t t = kept_.start; t < kept_.start + kept_.side; ++t) {
+      const double factor = TileBlendFactor(geometry_, first, last, t);
+      pixels.push_back(factor);
+      samples.insert(samples.end(), kChannels, factor);
+    }
+  }
+
+  // The product is formed in double precision and rounded once, like TileBlendWeight's.
+  static void AddRow(const float* output, const std::vector<double>& columnFactors,
+                     double rowFactor, float* sum) {
+    const double* factors = columnFactors.data();
+    const std::size_t count = columnFactors.size();
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto weight = static_cast<float>(factors[i] * rowFactor);
+      const float weighted = output[i] * weight;
+      sum[i] += weighted;
+    }
+  }
+
+  TileGeometry geometry_;
+  KeptSquare kept_;
+  std::array<std::vector<double>, 4> pixelFactors_;   // one factor a pixel of the kept square
+  std::array<std::vector<double>, 4> sampleFactors_;  // the same, one a sample of a row
+};
+
+}  // namespace
+
+cv::Mat RunTiledInference(cv::Mat image, std::int32_t window, std::int32_t stride,
+                          const std::function<bool(int, int)>& progress,
+                          const std::function<cv::Mat(const cv::Mat&)>& inferTile) {
+  CheckRequest(image, window, stride);
+  const TileGeometry geometry = ComputeTileGeometry(image.cols, image.rows, window, stride);
+  ReportProgress(progress, 0, geometry.tileCount);
+
+  cv::Mat padded = PadReflect101(image, geometry);
+  image.release();
+  cv::Mat accumulator(padded.size(), CV_32FC3, cv::Scalar::all(0.0));
+  const TileBlender blender(geometry);
+  int done = 0;
+  for (int tileX = 0; tileX <= geometry.LastTileX(); tileX += stride) {
+    for (int tileY = 0; tileY <= geometry.LastTileY(); tileY += stride) {
+      const cv::Mat tile = padded(cv::Rect(tileX, tileY, window, window)).clone();
+      blender.Add(InferChecked(tile, inferTile), tileX, tileY, accumulator);
+      ReportProgress(progress, ++done, geometry.tileCount);
+    }
+  }
+  padded.release();
+  const cv::Rect inner(geometry.leftPad, geometry.topPad, geometry.width, geometry.height);
+  return accumulator(inner).clone();
+}
+
+}  // namespace project_lumen::core
