@@ -1,0 +1,181 @@
+#include "core/StarLayers.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+#include <opencv2/core.hpp>
+
+#include "common/Assertion.h"
+
+namespace project_lumen::core {
+namespace {
+
+// NaN fails both comparisons and passes through.
+double Clamp(double x) {
+  const double raised = x < 0.0 ? 0.0 : x;
+  return raised > 1.0 ? 1.0 : raised;
+}
+
+// 1 / (1 + exp(-x)), flat where float64 would not tell the difference.
+double Logistic(double x) {
+  constexpr double kFlatFrom = 40.0;
+  if (x >= kFlatFrom) {
+    return 1.0;
+  }
+  if (x <= -kFlatFrom) {
+    return 0.0;
+  }
+  return 1.0 / (1.0 + std::exp(-x));
+}
+
+constexpr double kSteepness = 1000.0;
+constexpr std::size_t kPixel = 3;
+using Pixel = std::array<double, kPixel>;
+
+// Near 1 for a starless pixel whose brightest channel is near white.
+double HighlightWeight(const Pixel& starless) {
+  const double brightness = Clamp(std::max({0.0, starless[0], starless[1], starless[2]}));
+  return std::isfinite(brightness) ? Logistic((brightness - 0.985) * kSteepness) : 1.0;
+}
+
+// Near 1 where both pixels agree to about a thousandth.
+double AgreementWeight(const Pixel& original, const Pixel& starless) {
+  const double difference =
+      (std::abs(starless[0] - original[0]) + std::abs(starless[1] - original[1]) +
+       std::abs(starless[2] - original[2])) /
+      3.0;
+  return std::isfinite(difference) ? Logistic((0.001 - std::abs(difference)) * kSteepness) : 0.0;
+}
+
+double ProtectionWeight(const Pixel& original, const Pixel& starless) {
+  const double highlight = HighlightWeight(starless);
+  // Most pixels end here and never pay for the second exponential.
+  return highlight == 0.0 ? 0.0 : Clamp(AgreementWeight(original, starless) * highlight);
+}
+
+template <typename T>
+void ProtectRow(const T* original, const T* starless, T* output, std::size_t pixels) {
+  for (std::size_t p = 0; p < pixels * kPixel; p += kPixel) {
+    Pixel clampedOriginal{};
+    Pixel clampedStarless{};
+    for (std::size_t k = 0; k < kPixel; ++k) {
+      clampedOriginal[k] = Clamp(static_cast<double>(original[p + k]));
+      clampedStarless[k] = Clamp(static_cast<double>(starless[p + k]));
+    }
+    const double weight = ProtectionWeight(clampedOriginal, clampedStarless);
+    for (std::size_t k = 0; k < kPixel; ++k) {
+      const bool finite = std::isfinite(original[p + k]) && std::isfinite(starless[p + k]);
+      const double blended =
+          Clamp((1.0 - weight) * clampedStarless[k] + weight * clampedOriginal[k]);
+      output[p + k] = static_cast<T>(finite ? blended : clampedOriginal[k]);
+    }
+  }
+}
+
+template <typename T>
+cv::Mat Protect(const cv::Mat& original, const cv::Mat& starless) {
+  cv::Mat output(original.size(), original.type());
+  for (int r = 0; r < output.rows; ++r) {
+    ProtectRow(original.ptr<T>(r), starless.ptr<T>(r), output.ptr<T>(r),
+               static_cast<std::size_t>(output.cols));
+  }
+  return output;
+}
+
+std::size_t SamplesPerRow(const cv::Mat& image) {
+  return static_cast<std::size_t>(image.cols) * static_cast<std::size_t>(image.channels());
+}
+
+template <typename T>
+void MaskRow(const T* original, const T* starless, T* output, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto o = static_cast<double>(original[i]);
+    const auto s = static_cast<double>(starless[i]);
+    const bool finite = std::isfinite(o) && std::isfinite(s);
+    output[i] = static_cast<T>(finite ? Clamp(o - s) : 0.0);
+  }
+}
+
+template <typename T>
+cv::Mat Mask(const cv::Mat& original, const cv::Mat& starless) {
+  cv::Mat output(original.size(), original.type());
+  for (int r = 0; r < output.rows; ++r) {
+    MaskRow(original.ptr<T>(r), starless.ptr<T>(r), output.ptr<T>(r), SamplesPerRow(output));
+  }
+  return output;
+}
+
+// Returns the number of suppressed samples.
+template <typename T>
+std::uint64_t UnscreenRow(const T* original, const T* starless, T* output, std::size_t count) {
+  std::uint64_t suppressedCount = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto o = static_cast<double>(original[i]);
+    const auto s = static_cast<double>(starless[i]);
+    const double level = Clamp(o);
+    const double base = Clamp(s);
+    const double difference = level - base;
+    const bool positive = std::isfinite(o) && std::isfinite(s) && base < level;
+    const bool suppressed = positive && level >= 0.995 && difference <= 0.0002;
+    const double layer = Clamp(difference / std::max(1.0 - base, 1e-16));
+    output[i] = static_cast<T>(positive && !suppressed ? layer : 0.0);
+    suppressedCount += suppressed ? 1U : 0U;
+  }
+  return suppressedCount;
+}
+
+template <typename T>
+std::uint64_t Unscreen(const cv::Mat& original, const cv::Mat& starless, cv::Mat& output) {
+  std::uint64_t suppressed = 0;
+  for (int r = 0; r < output.rows; ++r) {
+    suppressed += UnscreenRow(original.ptr<T>(r), starless.ptr<T>(r), output.ptr<T>(r),
+                              SamplesPerRow(output));
+  }
+  return suppressed;
+}
+
+std::string SuppressionWarning(std::uint64_t suppressed) {
+  return "Warning: suppressed " + std::to_string(suppressed) +
+         " near-saturated unscreen output sample(s). Additional unstable samples may remain. Check "
+         "the input image for clipped or near-clipped highlights, especially channels with values "
+         "at 1.0000.";
+}
+
+}  // namespace
+
+cv::Mat ProtectStarlessHighlights(const cv::Mat& original, const cv::Mat& starless) {
+  NEBULEX_ASSERT("project_lumen::core::ProtectStarlessHighlights",
+                 (original.depth() == CV_32F || original.depth() == CV_64F) &&
+                     original.channels() == 3 && original.type() == starless.type() &&
+                     original.size() == starless.size());
+  return original.depth() == CV_64F ? Protect<double>(original, starless)
+                                    : Protect<float>(original, starless);
+}
+
+cv::Mat ComputeStarMask(const cv::Mat& original, const cv::Mat& starless) {
+  NEBULEX_ASSERT("project_lumen::core::ComputeStarMask",
+                 (original.depth() == CV_32F || original.depth() == CV_64F) &&
+                     original.type() == starless.type() && original.size() == starless.size());
+  return original.depth() == CV_64F ? Mask<double>(original, starless)
+                                    : Mask<float>(original, starless);
+}
+
+cv::Mat ComputeUnscreenStarLayer(const cv::Mat& original, const cv::Mat& starless,
+                                 const std::function<void(const std::string&)>& log) {
+  NEBULEX_ASSERT("project_lumen::core::ComputeUnscreenStarLayer",
+                 (original.depth() == CV_32F || original.depth() == CV_64F) &&
+                     original.type() == starless.type() && original.size() == starless.size());
+  cv::Mat output(original.size(), original.type());
+  const std::uint64_t suppressed = original.depth() == CV_64F
+                                       ? Unscreen<double>(original, starless, output)
+                                       : Unscreen<float>(original, starless, output);
+  if (suppressed > 0 && log) {
+    log(SuppressionWarning(suppressed));
+  }
+  return output;
+}
+
+}  // namespace project_lumen::core
