@@ -9,6 +9,7 @@
 #include <opencv2/core.hpp>
 
 #include "common/Assertion.h"
+#include "core/SampleRows.h"
 
 namespace project_lumen::core {
 namespace {
@@ -83,10 +84,6 @@ cv::Mat Protect(const cv::Mat& original, const cv::Mat& starless) {
                static_cast<std::size_t>(output.cols));
   }
   return output;
-}
-
-std::size_t SamplesPerRow(const cv::Mat& image) {
-  return static_cast<std::size_t>(image.cols) * static_cast<std::size_t>(image.channels());
 }
 
 template <typename T>
