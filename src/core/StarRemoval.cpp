@@ -1,0 +1,161 @@
+#include "core/StarRemoval.h"
+
+#include <cstddef>
+#include <locale>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "common/GridAlignedResample.h"
+#include "core/ImageConversion.h"
+#include "core/LinearMtf.h"
+#include "core/MtfStatistics.h"
+#include "core/StarLayers.h"
+#include "core/TiledInference.h"
+
+namespace project_lumen::core {
+namespace {
+
+constexpr std::int32_t kWindow = 512;
+constexpr std::int32_t kTileChannels = 3;
+constexpr std::size_t kTileSamples = std::size_t{kWindow} * kWindow * kTileChannels;
+constexpr std::int32_t kLargestUpsampledSide = 0x3FFFFFFF;
+
+void CheckRequest(const StarRemovalOptions& options, const TileInferenceFn& inferTile) {
+  if (!inferTile) {
+    throw std::invalid_argument("A tile inference callback is required.");
+  }
+  if (options.stride < 1 || options.stride > kWindow || options.stride % 2 != 0) {
+    throw std::invalid_argument("Stride must be positive, even, and at most 512.");
+  }
+}
+
+// The float32 RGB image that inference runs on, on the input's grid or the doubled one.
+cv::Mat MakeWorkingImage(const ImageView& input, const StarRemovalOptions& options,
+                         const StarRemovalCallbacks& callbacks) {
+  if (options.upsample2x &&
+      (input.width > kLargestUpsampledSide || input.height > kLargestUpsampledSide)) {
+    throw std::invalid_argument("Image dimensions exceed the 2x upsampling limit.");
+  }
+  cv::Mat working = ToWorkingMat(input);
+  if (options.upsample2x) {
+    working = UpsampleGridCubic2x(working);
+    ThrowIfStopRequested(callbacks);
+  }
+  return working;
+}
+
+// Hands one tile to the callback as a plain image and takes its answer back.
+cv::Mat InferTile(const cv::Mat& tile, const TileInferenceFn& inferTile) {
+  const Image answer = inferTile({.data = tile.ptr<float>(),
+                                  .sampleCount = kTileSamples,
+                                  .width = kWindow,
+                                  .height = kWindow,
+                                  .channels = kTileChannels});
+  if (answer.width != kWindow || answer.height != kWindow || answer.channels != kTileChannels ||
+      answer.samples.size() != kTileSamples) {
+    throw std::runtime_error("Inference returned an invalid image buffer.");
+  }
+  return WrapSamples(answer.samples.data(), kWindow, kWindow, kTileChannels).clone();
+}
+
+cv::Mat InferImage(cv::Mat image, const StarRemovalOptions& options,
+                   const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
+  return RunTiledInference(
+      std::move(image), kWindow, options.stride,
+      [&callbacks](int done, int total) {
+        ThrowIfStopRequested(callbacks);
+        return !callbacks.progress || callbacks.progress(done, total);
+      },
+      [&callbacks, &inferTile](const cv::Mat& tile) {
+        ThrowIfStopRequested(callbacks);
+        return InferTile(tile, inferTile);
+      });
+}
+
+void ReportTransfer(const std::vector<MtfChannelStats>& stats,
+                    const StarRemovalCallbacks& callbacks) {
+  if (!callbacks.log) {
+    return;
+  }
+  callbacks.log("Applying automatic MTF for linear input:");
+  for (std::size_t c = 0; c < stats.size(); ++c) {
+    std::ostringstream line;
+    line.imbue(std::locale::classic());
+    line << "  channel " << c + 1 << ": median=" << stats[c].median
+         << ", normalized MAD=" << stats[c].normalizedMad << ", shadows=" << stats[c].shadows
+         << ", midtones=" << stats[c].midtones;
+    callbacks.log(line.str());
+  }
+}
+
+// Stretches linear data for the network and returns its output to linear values. Samples that the
+// stretch clips come back from the original.
+cv::Mat InferLinearImage(const cv::Mat& original, const StarRemovalOptions& options,
+                         const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
+  const std::vector<MtfChannelStats> stats =
+      ComputeMtfStatistics(original, options.shadowsClipping, options.targetBackground);
+  const cv::Mat shadowMask = ComputeShadowMask(original, stats);
+  cv::Mat stretched = original.clone();
+  ApplyLinearMtf(stretched, stats);
+  ReportTransfer(stats, callbacks);
+  cv::Mat starless = InferImage(std::move(stretched), options, inferTile, callbacks);
+  InvertLinearMtf(starless, stats);
+  RestoreMaskedSamples(original, shadowMask, starless);
+  return starless;
+}
+
+// The starless image on the working grid. Whoever needs the original last lets go of it.
+cv::Mat ComputeStarless(cv::Mat original, const StarRemovalOptions& options,
+                        const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
+  if (!options.linearMtf && !options.protectHighlights) {
+    return InferImage(std::move(original), options, inferTile, callbacks);
+  }
+  cv::Mat starless = options.linearMtf ? InferLinearImage(original, options, inferTile, callbacks)
+                                       : InferImage(original, options, inferTile, callbacks);
+  return options.protectHighlights ? ProtectStarlessHighlights(original, starless) : starless;
+}
+
+void ComputeLayers(const ImageView& input, const StarRemovalOptions& options,
+                   const StarRemovalCallbacks& callbacks, StarRemovalResult& result) {
+  const cv::Size size(input.width, input.height);
+  const cv::Mat original = WrapSamples(input.data, input.width, input.height, input.channels);
+  const cv::Mat starless =
+      WrapSamples(result.starless.samples.data(), input.width, input.height, input.channels);
+  if (options.computeStarMask) {
+    result.starMask = ToImage(ComputeStarMask(original, starless), input.channels, size);
+  }
+  if (options.computeUnscreen) {
+    result.unscreen =
+        ToImage(ComputeUnscreenStarLayer(original, starless, callbacks.log), input.channels, size);
+  }
+}
+
+}  // namespace
+
+void ThrowIfStopRequested(const StarRemovalCallbacks& callbacks) {
+  if (callbacks.stopRequested && callbacks.stopRequested()) {
+    throw Cancelled();
+  }
+}
+
+StarRemovalResult RemoveStars(const ImageView& input, const StarRemovalOptions& options,
+                              const TileInferenceFn& inferTile,
+                              const StarRemovalCallbacks& callbacks) {
+  CheckRequest(options, inferTile);
+  ThrowIfStopRequested(callbacks);
+  cv::Mat starless =
+      ComputeStarless(MakeWorkingImage(input, options, callbacks), options, inferTile, callbacks);
+  ThrowIfStopRequested(callbacks);
+  StarRemovalResult result;
+  result.starless = ToImage(starless, input.channels, {input.width, input.height});
+  starless.release();
+  ComputeLayers(input, options, callbacks, result);
+  ThrowIfStopRequested(callbacks);
+  return result;
+}
+
+}  // namespace project_lumen::core
