@@ -25,23 +25,38 @@ bool IsTiffVersion(char version) {
 
 }  // namespace
 
-std::string DetectImageFormat(const std::string& path) {
+ImageFormat IdentifyImageFormat(const std::string& path) {
   const std::array<char, kLeadingBytes> bytes = ReadLeadingBytes(path);
   const std::string_view leading(bytes.data(), bytes.size());
   if ((leading.starts_with("II") && IsTiffVersion(bytes[2])) ||
       (leading.starts_with("MM") && IsTiffVersion(bytes[3]))) {
-    return "TIFF";
+    return ImageFormat::kTiff;
   }
   if (leading.starts_with("\x89PNG")) {
-    return "PNG";
+    return ImageFormat::kPng;
   }
   if (leading.starts_with("\xFF\xD8\xFF")) {
-    return "JPEG";
+    return ImageFormat::kJpeg;
   }
   if (leading.starts_with("BM")) {
-    return "BMP";
+    return ImageFormat::kBmp;
   }
-  return "OpenCV (format unclassified)";
+  return ImageFormat::kUnclassified;
+}
+
+std::string DetectImageFormat(const std::string& path) {
+  switch (IdentifyImageFormat(path)) {
+    case ImageFormat::kTiff:
+      return "TIFF";
+    case ImageFormat::kPng:
+      return "PNG";
+    case ImageFormat::kJpeg:
+      return "JPEG";
+    case ImageFormat::kBmp:
+      return "BMP";
+    default:
+      return "OpenCV (format unclassified)";
+  }
 }
 
 }  // namespace project_lumen::io

@@ -11,34 +11,17 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/TemporaryFolder.h"
+#include "support/StandardErrorFile.h"
 
 namespace project_lumen::io {
 namespace {
 
-using test::ReadFileBytes;
-using test::TemporaryFolder;
-
-// Puts a file at descriptor 2 for the length of a test, so that what arrives there can be read.
 class StandardErrorDiversionTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::fflush(stderr);
-    original_ = dup(STDERR_FILENO);
-    const int file = open(folder_.Path("stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    dup2(file, STDERR_FILENO);
-    close(file);
-  }
-  void TearDown() override {
-    std::fflush(stderr);
-    dup2(original_, STDERR_FILENO);
-    close(original_);
-  }
-
   static void WriteToDescriptor(const std::string& text) {
     ASSERT_EQ(write(STDERR_FILENO, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
-  [[nodiscard]] std::string Arrived() const { return ReadFileBytes(folder_.Path("stderr")); }
+  [[nodiscard]] std::string Arrived() const { return file_.Text(); }
   static bool IsStandardErrorOpen() { return fcntl(STDERR_FILENO, F_GETFD) >= 0; }
   static int LowestFreeDescriptor() {
     const int descriptor = dup(STDOUT_FILENO);
@@ -47,8 +30,7 @@ class StandardErrorDiversionTest : public testing::Test {
   }
 
  private:
-  TemporaryFolder folder_;
-  int original_ = -1;
+  test::StandardErrorFile file_;
 };
 
 // Lets the process open no descriptor from `limit` on.

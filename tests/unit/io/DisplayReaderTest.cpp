@@ -1,0 +1,585 @@
+#include "io/DisplayReader.h"
+
+#include <gtest/gtest.h>
+
+#include <opencv2/imgcodecs.hpp>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/ExpectMessage.h"
+#include "support/PngBuilder.h"
+#include "support/StandardErrorFile.h"
+#include "support/TemporaryFolder.h"
+#include "support/TiffBuilder.h"
+
+namespace project_lumen::io {
+namespace {
+
+using namespace std::string_literals;
+using test::BuildPng;
+using test::BuildTiffImage;
+using test::ExpectMessage;
+using test::PngChunk;
+using test::PngColour;
+using test::PngImage;
+using test::PngStart;
+using test::TemporaryFolder;
+using test::TiffBuilder;
+using test::TiffForm;
+using test::TiffImage;
+using test::WriteFileBytes;
+
+constexpr int kWidth = 5;
+constexpr int kHeight = 4;
+
+// Writes the bytes to a file of this name and reads it.
+cv::Mat Read(const std::string& bytes, const std::string& name = "image.tif") {
+  const TemporaryFolder folder;
+  WriteFileBytes(folder.Path(name), bytes);
+  return ReadDisplayImage(folder.Path(name));
+}
+
+void ExpectRefused(const std::string& bytes, const std::string& message) {
+  ExpectMessage<std::invalid_argument>([&bytes] { Read(bytes); }, message);
+}
+
+void ExpectSame(const cv::Mat& actual, const cv::Mat& expected) {
+  ASSERT_EQ(actual.type(), expected.type());
+  ASSERT_EQ(actual.size(), expected.size());
+  EXPECT_EQ(cv::norm(actual, expected, cv::NORM_INF), 0.0);
+}
+
+// A seeded image of the whole sample range.
+cv::Mat RandomImage(int type, int rows = kHeight, int columns = kWidth) {
+  cv::Mat image(rows, columns, type);
+  cv::RNG generator(20240607);
+  const double white = image.depth() == CV_8U ? 256.0 : 65536.0;
+  generator.fill(image, cv::RNG::UNIFORM, 0.0, white);
+  return image;
+}
+
+// The samples of channel c of pixel (row, column), in RGB order, as a file stores them.
+std::string SampleBytes(const cv::Mat& image, int row, int column, int c, bool isBigEndian) {
+  const int channel = image.channels() == 3 ? 2 - c : c;
+  if (image.depth() == CV_8U) {
+    return {static_cast<char>(image.ptr(row)[column * image.channels() + channel])};
+  }
+  const unsigned value = image.ptr<std::uint16_t>(row)[column * image.channels() + channel];
+  const char high = static_cast<char>(value >> 8U);
+  const char low = static_cast<char>(value & 0xFFU);
+  return isBigEndian ? std::string{high, low} : std::string{low, high};
+}
+
+std::string InterleavedBytes(const cv::Mat& image, bool isBigEndian) {
+  std::string bytes;
+  for (int row = 0; row < image.rows; ++row) {
+    for (int column = 0; column < image.cols; ++column) {
+      for (int c = 0; c < image.channels(); ++c) {
+        bytes += SampleBytes(image, row, column, c, isBigEndian);
+      }
+    }
+  }
+  return bytes;
+}
+
+std::vector<std::string> PlanarBytes(const cv::Mat& image, bool isBigEndian) {
+  std::vector<std::string> planes(static_cast<std::size_t>(image.channels()));
+  for (int row = 0; row < image.rows; ++row) {
+    for (int column = 0; column < image.cols; ++column) {
+      for (int c = 0; c < image.channels(); ++c) {
+        planes[static_cast<std::size_t>(c)] += SampleBytes(image, row, column, c, isBigEndian);
+      }
+    }
+  }
+  return planes;
+}
+
+TiffImage TiffOf(const cv::Mat& image) {
+  return {.width = image.cols,
+          .height = image.rows,
+          .bitsPerSample = image.depth() == CV_8U ? 8 : 16,
+          .photometric = image.channels() == 3 ? 2 : 1,
+          .samplesPerPixel = image.channels()};
+}
+
+PngImage PngOf(const cv::Mat& image) {
+  return {.width = image.cols,
+          .height = image.rows,
+          .bitDepth = image.depth() == CV_8U ? 8 : 16,
+          .colour = image.channels() == 3 ? PngColour::kRgb : PngColour::kGrey};
+}
+
+// TIFF 6.0, section 9: literal runs.
+std::string PackBits(const std::string& bytes) {
+  constexpr std::size_t kLongestRun = 128;
+  std::string packed;
+  for (std::size_t start = 0; start < bytes.size(); start += kLongestRun) {
+    const std::string run = bytes.substr(start, kLongestRun);
+    packed += static_cast<char>(run.size() - 1) + run;
+  }
+  return packed;
+}
+
+// TIFF 6.0, section 13: literals only, the table cleared before codes grow beyond nine bits.
+std::string Lzw(const std::string& bytes) {
+  constexpr unsigned kClear = 256;
+  constexpr unsigned kEndOfInformation = 257;
+  constexpr std::size_t kCodesAfterClear = 200;
+  std::string bits;
+  const auto put = [&bits](unsigned code) {
+    for (int bit = 8; bit >= 0; --bit) {
+      bits += (code >> static_cast<unsigned>(bit) & 1U) != 0 ? '1' : '0';
+    }
+  };
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i % kCodesAfterClear == 0) {
+      put(kClear);
+    }
+    put(static_cast<unsigned char>(bytes[i]));
+  }
+  put(kEndOfInformation);
+  bits.resize((bits.size() + 7) / 8 * 8, '0');
+  std::string packed;
+  for (std::size_t i = 0; i < bits.size(); i += 8) {
+    packed += static_cast<char>(std::stoi(bits.substr(i, 8), nullptr, 2));
+  }
+  return packed;
+}
+
+struct Compression {
+  int tag;
+  std::string (*compress)(const std::string&);
+};
+
+std::string Uncompressed(const std::string& bytes) {
+  return bytes;
+}
+
+const std::vector<Compression> kCompressions = {
+    {1, Uncompressed}, {5, Lzw}, {8, test::StoredZlib}, {32773, PackBits}};
+
+const std::vector<int> kTypes = {CV_8UC1, CV_8UC3, CV_16UC1, CV_16UC3};
+
+class DisplayReaderTiffTest : public testing::TestWithParam<TiffForm> {};
+
+INSTANTIATE_TEST_SUITE_P(Forms, DisplayReaderTiffTest, testing::ValuesIn(test::kTiffForms),
+                         [](const auto& instance) { return NameOf(instance.param); });
+
+TEST_P(DisplayReaderTiffTest, SamplesComeAsStoredWithColoursInBgrOrder) {
+  for (const int type : kTypes) {
+    const cv::Mat image = RandomImage(type);
+    const std::string bytes = InterleavedBytes(image, GetParam().isBigEndian);
+    ExpectSame(Read(BuildTiffImage(TiffOf(image), {bytes}, GetParam()).Build()), image);
+  }
+}
+
+TEST_P(DisplayReaderTiffTest, EveryUsualCompressionIsRead) {
+  for (const Compression& compression : kCompressions) {
+    for (const int type : kTypes) {
+      const cv::Mat image = RandomImage(type, 20, 30);
+      TiffImage tiff = TiffOf(image);
+      tiff.compression = compression.tag;
+      const std::string bytes =
+          compression.compress(InterleavedBytes(image, GetParam().isBigEndian));
+      ExpectSame(Read(BuildTiffImage(tiff, {bytes}, GetParam()).Build()), image);
+    }
+  }
+}
+
+TEST_P(DisplayReaderTiffTest, SeveralStripsMakeOneImage) {
+  const cv::Mat image = RandomImage(CV_16UC3, 4, 5);
+  TiffImage tiff = TiffOf(image);
+  tiff.rowsPerStrip = 2;
+  const std::string bytes = InterleavedBytes(image, GetParam().isBigEndian);
+  const std::size_t half = bytes.size() / 2;
+  ExpectSame(
+      Read(BuildTiffImage(tiff, {bytes.substr(0, half), bytes.substr(half)}, GetParam()).Build()),
+      image);
+}
+
+// The image data lies at the end of these files, so every cut within `dataBytes` hits it.
+void ExpectNoCutIsAccepted(const std::string& whole, std::size_t dataBytes) {
+  ASSERT_FALSE(Read(whole).empty());
+  for (std::size_t missing = 1; missing <= dataBytes; ++missing) {
+    EXPECT_TRUE(Read(whole.substr(0, whole.size() - missing)).empty()) << missing;
+  }
+}
+
+TEST_P(DisplayReaderTiffTest, CutImageDataIsNeverAccepted) {
+  for (const Compression& compression : kCompressions) {
+    for (const int type : kTypes) {
+      const cv::Mat image = RandomImage(type);
+      TiffImage tiff = TiffOf(image);
+      tiff.compression = compression.tag;
+      const std::string bytes =
+          compression.compress(InterleavedBytes(image, GetParam().isBigEndian));
+      ExpectNoCutIsAccepted(BuildTiffImage(tiff, {bytes}, GetParam()).Build(), bytes.size());
+    }
+  }
+}
+
+TEST_P(DisplayReaderTiffTest, ACutLastStripIsNeverAccepted) {
+  const cv::Mat image = RandomImage(CV_8UC3);
+  TiffImage tiff = TiffOf(image);
+  tiff.rowsPerStrip = 2;
+  const std::string bytes = InterleavedBytes(image, GetParam().isBigEndian);
+  const std::size_t half = bytes.size() / 2;
+  const std::string whole =
+      BuildTiffImage(tiff, {bytes.substr(0, half), bytes.substr(half)}, GetParam()).Build();
+  ExpectNoCutIsAccepted(whole, half);
+}
+
+TEST_P(DisplayReaderTiffTest, ACutDirectoryIsNeverAccepted) {
+  const cv::Mat image = RandomImage(CV_16UC1);
+  const std::string whole =
+      BuildTiffImage(TiffOf(image), {InterleavedBytes(image, GetParam().isBigEndian)}, GetParam())
+          .Build();
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_TRUE(Read(whole.substr(0, length)).empty()) << length;
+  }
+}
+
+TEST_P(DisplayReaderTiffTest, AnyWrongByteOfTheDirectoryEndsWithAnImageOrWithoutOne) {
+  const cv::Mat image = RandomImage(CV_16UC3);
+  const std::string bytes = InterleavedBytes(image, GetParam().isBigEndian);
+  const std::string whole = BuildTiffImage(TiffOf(image), {bytes}, GetParam()).Build();
+  for (std::size_t position = 0; position < whole.size() - bytes.size(); ++position) {
+    for (const char value : {'\0', '\x02', '\x7F', '\xFF'}) {
+      std::string damaged = whole;
+      damaged[position] = value;
+      try {
+        const cv::Mat read = Read(damaged);
+        EXPECT_LE(read.total(), std::size_t{1} << 30U);
+      } catch (const std::invalid_argument& error) {
+        EXPECT_TRUE(std::string(error.what()).starts_with("Unsupported image bit depth.") ||
+                    std::string(error.what()).starts_with("Unsupported number of image channels: "))
+            << error.what();
+      }
+    }
+  }
+}
+
+TEST(ReadDisplayImage, TheFirstPageOfATiffIsRead) {
+  const cv::Mat image = RandomImage(CV_16UC1);
+  TiffBuilder first = BuildTiffImage(TiffOf(image), {InterleavedBytes(image, false)});
+  const std::size_t next = first.Build().size();
+  first.SetNextDirectory(next);
+  // A second directory of one entry.
+  const std::string second = first.Number(1, 2) + first.Number(256, 2) + first.Number(3, 2) +
+                             first.Number(1, 4) + first.Number(99, 4) + first.Number(0, 4);
+  ExpectSame(Read(first.Build() + second), image);
+}
+
+TEST(ReadDisplayImage, ADirectoryThatIsItsOwnSuccessorIsRead) {
+  const cv::Mat image = RandomImage(CV_8UC1);
+  ExpectSame(Read(BuildTiffImage(TiffOf(image), {InterleavedBytes(image, false)})
+                      .SetNextDirectory(8)
+                      .Build()),
+             image);
+}
+
+TEST(ReadDisplayImage, WhiteIsZeroTiffComesWithWhiteAtTheTop) {
+  for (const int type : {CV_8UC1, CV_16UC1}) {
+    const cv::Mat image = RandomImage(type);
+    TiffImage tiff = TiffOf(image);
+    tiff.photometric = 0;
+    cv::Mat inverted;
+    cv::subtract(cv::Scalar(type == CV_8UC1 ? 255 : 65535), image, inverted);
+    ExpectSame(Read(BuildTiffImage(tiff, {InterleavedBytes(image, false)}).Build()), inverted);
+  }
+}
+
+TEST(ReadDisplayImage, TiffOrientationIsApplied) {
+  constexpr int kTopRowIsRightSide = 6;
+  for (const int type : kTypes) {
+    const cv::Mat image = RandomImage(type);
+    TiffImage tiff = TiffOf(image);
+    tiff.orientation = kTopRowIsRightSide;
+    cv::Mat upright;
+    cv::rotate(image, upright, cv::ROTATE_90_CLOCKWISE);
+    ExpectSame(Read(BuildTiffImage(tiff, {InterleavedBytes(image, false)}).Build()), upright);
+  }
+}
+
+TEST(ReadDisplayImage, EightBitTiffWithSeparatePlanesIsRead) {
+  const cv::Mat image = RandomImage(CV_8UC3);
+  TiffImage tiff = TiffOf(image);
+  tiff.planarConfiguration = 2;
+  ExpectSame(Read(BuildTiffImage(tiff, PlanarBytes(image, false)).Build()), image);
+}
+
+TEST(ReadDisplayImage, SixteenBitTiffWithSeparatePlanesIsRefusedBeforeItIsMisread) {
+  const cv::Mat image = RandomImage(CV_16UC3);
+  TiffImage tiff = TiffOf(image);
+  tiff.planarConfiguration = 2;
+  EXPECT_TRUE(Read(BuildTiffImage(tiff, PlanarBytes(image, false)).Build()).empty());
+}
+
+TEST(ReadDisplayImage, LabTiffIsRefusedBeforeItBecomesRgb) {
+  for (const int type : {CV_8UC3, CV_16UC3}) {
+    const cv::Mat image = RandomImage(type);
+    TiffImage tiff = TiffOf(image);
+    tiff.photometric = 8;
+    EXPECT_TRUE(Read(BuildTiffImage(tiff, {InterleavedBytes(image, false)}).Build()).empty());
+  }
+}
+
+TEST(ReadDisplayImage, GreyTiffWithExtraSamplesHasTooManyChannels) {
+  for (const int samples : {2, 3, 4, 5}) {
+    for (const int bits : {8, 16}) {
+      const TiffImage tiff{
+          .width = kWidth, .height = kHeight, .bitsPerSample = bits, .samplesPerPixel = samples};
+      const auto size = static_cast<std::size_t>(kWidth * kHeight * samples * bits / 8);
+      ExpectRefused(BuildTiffImage(tiff, {std::string(size, 'x')}).Build(),
+                    "Unsupported number of image channels: " + std::to_string(samples));
+    }
+  }
+}
+
+TEST(ReadDisplayImage, ColourTiffWithAlphaComesWithFourChannels) {
+  for (const int bits : {8, 16}) {
+    const TiffImage tiff{.width = kWidth,
+                         .height = kHeight,
+                         .bitsPerSample = bits,
+                         .photometric = 2,
+                         .samplesPerPixel = 4};
+    const std::string bytes(static_cast<std::size_t>(kWidth * kHeight * 4 * bits / 8), 'x');
+    EXPECT_EQ(Read(BuildTiffImage(tiff, {bytes}).Build()).channels(), 4);
+  }
+}
+
+TEST(ReadDisplayImage, TiffBetweenEightAndSixteenBitsHasAnUnsupportedDepth) {
+  for (const int bits : {10, 12, 14}) {
+    const TiffImage tiff{.width = 8, .height = 1, .bitsPerSample = bits};
+    ExpectRefused(
+        BuildTiffImage(tiff, {std::string(static_cast<std::size_t>(bits), 'x')}).Build(),
+        "Unsupported image bit depth. Only 8-bit and 16-bit integer inputs are supported.");
+  }
+}
+
+TEST(ReadDisplayImage, OtherDepthsComeWithTheirOwnType) {
+  struct Case {
+    int bits;
+    int sampleFormat;
+    int type;
+  };
+  for (const Case& depth : {Case{8, 2, CV_8SC1}, Case{16, 2, CV_16SC1}, Case{32, 2, CV_32SC1},
+                            Case{32, 3, CV_32FC1}, Case{64, 3, CV_64FC1}}) {
+    const TiffImage tiff{.width = kWidth,
+                         .height = kHeight,
+                         .bitsPerSample = depth.bits,
+                         .sampleFormat = depth.sampleFormat};
+    const std::string bytes(static_cast<std::size_t>(kWidth * kHeight * depth.bits / 8), '\x3F');
+    EXPECT_EQ(Read(BuildTiffImage(tiff, {bytes}).Build()).type(), depth.type);
+  }
+}
+
+TEST(ReadDisplayImage, UnsignedAndHalfPrecisionTiffOfOtherDepthsCannotBeDecoded) {
+  for (const auto& [bits, sampleFormat] : {std::pair(32, 1), {64, 1}, {16, 3}}) {
+    const TiffImage tiff{
+        .width = kWidth, .height = kHeight, .bitsPerSample = bits, .sampleFormat = sampleFormat};
+    const std::string bytes(static_cast<std::size_t>(kWidth * kHeight * bits / 8), '\x3F');
+    EXPECT_TRUE(Read(BuildTiffImage(tiff, {bytes}).Build()).empty());
+  }
+}
+
+TEST(ReadDisplayImage, TiffPaletteIsExpanded) {
+  TiffBuilder builder;
+  std::vector<std::uint64_t> map(3 * 256);
+  for (std::size_t i = 0; i < 256; ++i) {
+    map[i] = i * 257;
+    map[256 + i] = (255 - i) * 257;
+    map[512 + i] = 7 * 257;
+  }
+  builder.Add(256, TiffBuilder::kShort, {2})
+      .Add(257, TiffBuilder::kShort, {1})
+      .Add(258, TiffBuilder::kShort, {8})
+      .Add(262, TiffBuilder::kShort, {3})
+      .AddStrips({"\x10\xF0"s})
+      .Add(320, TiffBuilder::kShort, map);
+  ExpectSame(Read(builder.Build()),
+             (cv::Mat_<cv::Vec3b>(1, 2) << cv::Vec3b(7, 239, 16), cv::Vec3b(7, 15, 240)));
+}
+
+TEST(ReadDisplayImage, ATiffThatClaimsMoreThanItsFileCanHoldIsRefused) {
+  for (const int compression : {1, 5, 8, 32773, 32946}) {
+    const TiffImage tiff{.width = 30'000,
+                         .height = 30'000,
+                         .bitsPerSample = 16,
+                         .compression = compression,
+                         .photometric = 2,
+                         .samplesPerPixel = 3};
+    EXPECT_TRUE(Read(BuildTiffImage(tiff, {std::string(2000, 'x')}).Build()).empty());
+  }
+}
+
+TEST(ReadDisplayImage, ATiffWithMorePixelsThanOpenCvAllowsIsRefused) {
+  const TiffImage tiff{.width = 40'000, .height = 40'000, .compression = 50'000};
+  EXPECT_TRUE(Read(BuildTiffImage(tiff, {std::string(2000, 'x')}).Build()).empty());
+}
+
+TEST(ReadDisplayImage, PngSamplesComeAsStoredWithColoursInBgrOrder) {
+  for (const int type : kTypes) {
+    const cv::Mat image = RandomImage(type);
+    ExpectSame(Read(BuildPng(PngOf(image), InterleavedBytes(image, true)), "a.png"), image);
+  }
+}
+
+TEST(ReadDisplayImage, NoPngColourChunkChangesSamples) {
+  const std::string gamma = PngChunk("gAMA", test::BigEndian(45455, 4));
+  const std::string standard = PngChunk("sRGB", std::string(1, '\0'));
+  const std::string white = test::BigEndian(31270, 4) + test::BigEndian(32900, 4);
+  const std::string primaries = PngChunk("cHRM", white + white + white + white);
+  const std::string rotated =
+      PngChunk("eXIf", "MM\0\x2A\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0\x06\0\0\0\0\0\0"s);
+  for (const std::string& chunk : {gamma, standard, primaries, gamma + primaries, rotated}) {
+    for (const int type : kTypes) {
+      const cv::Mat image = RandomImage(type);
+      ExpectSame(Read(BuildPng(PngOf(image), InterleavedBytes(image, true), chunk), "a.png"),
+                 image);
+    }
+  }
+}
+
+TEST(ReadDisplayImage, PngOfOneBitIsExpandedToTheWholeRange) {
+  const PngImage png{.width = 8, .height = 1, .bitDepth = 1};
+  ExpectSame(Read(BuildPng(png, "\xA1"), "a.png"),
+             (cv::Mat_<std::uint8_t>(1, 8) << 255, 0, 255, 0, 0, 0, 0, 255));
+}
+
+TEST(ReadDisplayImage, PngPaletteIsExpanded) {
+  const PngImage png{.width = 2, .height = 1, .colour = PngColour::kPalette};
+  const std::string palette = PngChunk("PLTE", "\x01\x02\x03\xF1\xF2\xF3");
+  ExpectSame(Read(BuildPng(png, "\0\x01"s, palette), "a.png"),
+             (cv::Mat_<cv::Vec3b>(1, 2) << cv::Vec3b(3, 2, 1), cv::Vec3b(0xF3, 0xF2, 0xF1)));
+}
+
+TEST(ReadDisplayImage, PngTransparencyAndAlphaComeAsAFourthChannel) {
+  const std::string transparency = PngChunk("tRNS", "\0\x01\0\x02\0\x03"s);
+  const PngImage rgb{.width = 1, .height = 1, .colour = PngColour::kRgb};
+  const PngImage rgba{.width = 1, .height = 1, .colour = PngColour::kRgbAlpha};
+  const PngImage greyAlpha{
+      .width = 1, .height = 1, .bitDepth = 16, .colour = PngColour::kGreyAlpha};
+  EXPECT_EQ(Read(BuildPng(rgb, "abc", transparency), "a.png").channels(), 4);
+  EXPECT_EQ(Read(BuildPng(rgba, "abcd"), "a.png").channels(), 4);
+  EXPECT_EQ(Read(BuildPng(greyAlpha, "abcd"), "a.png").channels(), 4);
+}
+
+TEST(ReadDisplayImage, GreyPngWithATransparentLevelKeepsOneChannel) {
+  const cv::Mat image = RandomImage(CV_16UC1);
+  ExpectSame(
+      Read(BuildPng(PngOf(image), InterleavedBytes(image, true), PngChunk("tRNS", "\0\x01"s)),
+           "a.png"),
+      image);
+}
+
+TEST(ReadDisplayImage, ACutPngIsNeverAccepted) {
+  for (const int type : kTypes) {
+    const cv::Mat image = RandomImage(type);
+    const std::string whole = BuildPng(PngOf(image), InterleavedBytes(image, true));
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+      EXPECT_TRUE(Read(whole.substr(0, length), "a.png").empty()) << length;
+    }
+  }
+}
+
+TEST(ReadDisplayImage, APngWithAnyWrongByteIsNeverAccepted) {
+  const cv::Mat image = RandomImage(CV_16UC3);
+  const std::string whole = BuildPng(PngOf(image), InterleavedBytes(image, true));
+  constexpr std::size_t kEndChunk = 12;
+  for (std::size_t position = 0; position < whole.size() - kEndChunk; ++position) {
+    std::string damaged = whole;
+    damaged[position] = static_cast<char>(damaged[position] ^ 0x40);
+    EXPECT_TRUE(Read(damaged, "a.png").empty()) << position;
+  }
+}
+
+TEST(ReadDisplayImage, APngWithTooFewRowsIsNotAccepted) {
+  const PngImage png{.width = kWidth, .height = kHeight};
+  const std::string data = test::StoredZlib(std::string(kWidth + 1, '\0'));
+  EXPECT_TRUE(Read(PngStart(png) + PngChunk("IDAT", data) + PngChunk("IEND", ""), "a.png").empty());
+}
+
+TEST(ReadDisplayImage, APngThatClaimsTooMuchIsRefused) {
+  const std::string data = PngChunk("IDAT", test::StoredZlib("x")) + PngChunk("IEND", "");
+  const std::string padding = PngChunk("tEXt", std::string(2'000'000, 'x'));
+  // More than the file can hold, more than OpenCV allows, and wider than OpenCV allows.
+  EXPECT_TRUE(Read(PngStart({.width = 30'000, .height = 30'000}) + data, "a.png").empty());
+  EXPECT_TRUE(
+      Read(PngStart({.width = 40'000, .height = 40'000}) + padding + data, "a.png").empty());
+  EXPECT_TRUE(Read(PngStart({.width = 1'048'577, .height = 1}) + padding + data, "a.png").empty());
+  EXPECT_TRUE(Read(PngStart({.width = -1, .height = -1}) + padding + data, "a.png").empty());
+}
+
+std::string Jpeg(int type) {
+  std::vector<unsigned char> bytes;
+  cv::imencode(".jpg", RandomImage(type, 40, 60), bytes);
+  return {bytes.begin(), bytes.end()};
+}
+
+TEST(ReadDisplayImage, JpegIsDecoded) {
+  EXPECT_EQ(Read(Jpeg(CV_8UC3), "a.jpg").type(), CV_8UC3);
+  EXPECT_EQ(Read(Jpeg(CV_8UC1), "a.jpg").type(), CV_8UC1);
+}
+
+TEST(ReadDisplayImage, ACutJpegIsNeverAccepted) {
+  const std::string whole = Jpeg(CV_8UC3);
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_TRUE(Read(whole.substr(0, length), "a.jpg").empty()) << length;
+  }
+}
+
+TEST(ReadDisplayImage, JpegOrientationIsNotApplied) {
+  const std::string exif =
+      "Exif\0\0MM\0\x2A\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0\x06\0\0\0\0\0\0"s;
+  const std::string plain = Jpeg(CV_8UC1);
+  const std::string rotated = plain.substr(0, 2) + "\xFF\xE1" +
+                              test::BigEndian(exif.size() + 2, 2) + exif + plain.substr(2);
+  ExpectSame(Read(rotated, "a.jpg"), Read(plain, "a.jpg"));
+}
+
+TEST(ReadDisplayImage, TheContentDecidesNotTheExtension) {
+  const cv::Mat image = RandomImage(CV_16UC3);
+  const std::string tiff = BuildTiffImage(TiffOf(image), {InterleavedBytes(image, false)}).Build();
+  const std::string png = BuildPng(PngOf(image), InterleavedBytes(image, true));
+  ExpectSame(Read(tiff, "a.png"), image);
+  ExpectSame(Read(png, "a.tif"), image);
+  ExpectSame(Read(png, "a"), image);
+}
+
+TEST(ReadDisplayImage, NamesAreJustNames) {
+  const cv::Mat image = RandomImage(CV_8UC1);
+  const std::string png = BuildPng(PngOf(image), InterleavedBytes(image, true));
+  for (const char* name : {"m31[1].png", "a b.png", "-a.png", "\xF0\x9F\x90\xBE.png", "%03d.png"}) {
+    ExpectSame(Read(png, name), image);
+  }
+}
+
+TEST(ReadDisplayImage, WhatIsNoImageIsRefused) {
+  EXPECT_TRUE(Read("").empty());
+  EXPECT_TRUE(Read("x").empty());
+  EXPECT_TRUE(Read("SIMPLE  =                    T").empty());
+  EXPECT_TRUE(Read("<VRTDataset rasterXSize=\"9\" rasterYSize=\"9\"></VRTDataset>").empty());
+  const TemporaryFolder folder;
+  EXPECT_TRUE(ReadDisplayImage(folder.Folder()).empty());
+  EXPECT_TRUE(ReadDisplayImage(folder.Path("missing.tif")).empty());
+}
+
+TEST(ReadDisplayImage, NothingReachesStandardError) {
+  const cv::Mat image = RandomImage(CV_16UC3);
+  const std::string png = BuildPng(PngOf(image), InterleavedBytes(image, true));
+  const std::string tiff = BuildTiffImage(TiffOf(image), {InterleavedBytes(image, false)}).Build();
+  const test::StandardErrorFile standardError;
+  Read(png.substr(0, png.size() / 2), "a.png");
+  Read(tiff.substr(0, tiff.size() - 1));
+  Read(Jpeg(CV_8UC3).insert(900, std::string(20, '\x11')), "a.jpg");
+  Read(
+      PngStart({.width = 40'000, .height = 40'000}) + PngChunk("tEXt", std::string(2'000'000, 'x')),
+      "a.png");
+  EXPECT_EQ(standardError.Text(), "");
+}
+
+}  // namespace
+}  // namespace project_lumen::io
