@@ -1,0 +1,177 @@
+#include "io/DisplayWriter.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+#include <opencv2/imgcodecs.hpp>
+#include <span>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "common/PathSuffix.h"
+#include "io/AstroTiff.h"
+#include "io/ReplacedFile.h"
+#include "io/StandardErrorDiversion.h"
+
+namespace project_lumen::io {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr int kTiffLzwCompression = 5;
+
+bool HasTiffSuffix(const std::string& path) {
+  return LowercaseSuffix(path, 4) == ".tif" || LowercaseSuffix(path, 5) == ".tiff";
+}
+
+bool HasLosslessSuffix(const std::string& path) {
+  return HasTiffSuffix(path) || LowercaseSuffix(path, 4) == ".png";
+}
+
+std::vector<int> EncoderParameters(const std::string& path) {
+  if (HasTiffSuffix(path)) {
+    return {cv::IMWRITE_TIFF_COMPRESSION, kTiffLzwCompression};
+  }
+  return {};
+}
+
+[[noreturn]] void FailToWrite(const std::string& path) {
+  throw std::invalid_argument("Unable to write output image: " + path);
+}
+
+[[noreturn]] void FailToWrite(const std::string& path, const std::string& reason) {
+  throw std::invalid_argument("Unable to write output image: " + path + " (" + reason + ")");
+}
+
+// In memory, since only then is it certain that every byte was written: encoders of files on a full
+// disk were seen to report success. OpenCV takes the format from a whole path's extension.
+Bytes Encode(const std::string& path, const cv::Mat& image) {
+  const std::vector<int> parameters = EncoderParameters(path);
+  const StandardErrorDiversion diversion;
+  Bytes bytes;
+  bool isEncoded = false;
+  try {
+    isEncoded = cv::imencode(path, image, bytes, parameters);
+  } catch (const cv::Exception& error) {
+    if (error.code == cv::Error::StsNoMem) {
+      throw std::bad_alloc();
+    }
+  }
+  if (!isEncoded || bytes.empty()) {
+    FailToWrite(path);
+  }
+  return bytes;
+}
+
+// Lets OpenCV say that it has no encoder for the extension; it does so before it touches a file.
+void RequireEncoder(const std::string& path, const cv::Mat& image) {
+  if (!cv::haveImageWriter(path)) {
+    const StandardErrorDiversion diversion;
+    cv::imwrite(path, image);
+  }
+}
+
+class OutputDescriptor {
+ public:
+  explicit OutputDescriptor(const std::string& path)
+      : descriptor_(open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC)) {
+    Check(descriptor_ >= 0);
+  }
+  ~OutputDescriptor() {
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
+  }
+  OutputDescriptor(const OutputDescriptor&) = delete;
+  OutputDescriptor& operator=(const OutputDescriptor&) = delete;
+
+  void Write(std::span<const unsigned char> bytes) const {
+    while (!bytes.empty()) {
+      const ssize_t written = write(descriptor_, bytes.data(), bytes.size());
+      if (written < 0 && errno == EINTR) {
+        continue;
+      }
+      Check(written > 0);
+      bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+  }
+
+  // Some file systems report a failed write only on closing.
+  void Close() {
+    const int result = close(descriptor_);
+    descriptor_ = -1;
+    Check(result == 0);
+  }
+
+ private:
+  static void Check(bool succeeded) {
+    if (!succeeded) {
+      throw std::system_error(errno, std::generic_category());
+    }
+  }
+
+  int descriptor_;
+};
+
+void WriteBytes(const std::string& path, const Bytes& bytes) {
+  OutputDescriptor file(path);
+  file.Write(bytes);
+  file.Close();
+}
+
+int AstroTiffBitDepth(const cv::Mat& image) {
+  switch (image.depth()) {
+    case CV_8U:
+      return 8;
+    case CV_16U:
+      return 16;
+    default:
+      throw std::invalid_argument(
+          "AstroTIFF metadata preservation requires an 8-bit or 16-bit TIFF output.");
+  }
+}
+
+// The ImageDescription of the output, empty for none.
+std::string OutputDescription(const std::string& path, const cv::Mat& image,
+                              const std::string& astroTiffHeader) {
+  if (astroTiffHeader.empty() || !IsTiffPath(path)) {
+    return "";
+  }
+  return BuildAstroTiffOutputHeader(astroTiffHeader, AstroTiffBitDepth(image));
+}
+
+void WriteAndReplace(const std::string& path, const Bytes& bytes, const std::string& description) {
+  try {
+    ReplacedFile file(path);
+    WriteBytes(file.TemporaryPath(), bytes);
+    if (!description.empty()) {
+      AppendAstroTiffMetadata(file.TemporaryPath(), description, path);
+    }
+    file.Commit();
+  } catch (const ReplacementError& error) {
+    FailToWrite(path, error.what());
+  } catch (const std::system_error& error) {
+    FailToWrite(path, error.code().message());
+  }
+}
+
+}  // namespace
+
+int OutputSampleDepth(const std::string& path, int storedDepth) {
+  if (!HasLosslessSuffix(path)) {
+    return CV_8U;
+  }
+  return storedDepth == CV_8U ? CV_8U : CV_16U;
+}
+
+void WriteDisplayImage(const std::string& path, const cv::Mat& image,
+                       const std::string& astroTiffHeader) {
+  RequireEncoder(path, image);
+  const std::string description = OutputDescription(path, image, astroTiffHeader);
+  WriteAndReplace(path, Encode(path, image), description);
+}
+
+}  // namespace project_lumen::io
