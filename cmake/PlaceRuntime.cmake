@@ -9,22 +9,41 @@ function(nebulex_read_soname library result)
   set(${result} "${CMAKE_MATCH_1}" PARENT_SCOPE)
 endfunction()
 
+# Copies a library to another file when it is newer, as part of the build.
+function(nebulex_place_library library placed)
+  cmake_path(GET placed FILENAME name)
+  add_custom_command(
+    OUTPUT "${placed}"
+    COMMAND "${CMAKE_COMMAND}" -E copy "${library}" "${placed}"
+    DEPENDS "${library}"
+    COMMENT "Placing ${name}"
+    VERBATIM)
+endfunction()
+
 # nebulex_place_runtime(TARGET)
 #
-# Makes the executable TARGET ready to run from the build tree and to be installed: ONNX Runtime's
-# library lies beside it, because that library loads its providers from the folder it lies in, and
-# is found there wherever the tree is moved; the network is in its place before it.
+# Makes the executable TARGET ready to run from the build tree and to be installed. ONNX Runtime's
+# library lies beside it and is found there wherever the tree is moved to. That library loads its
+# providers from the folder it lies in, so those that came with it lie there too. The network is in
+# its place.
 function(nebulex_place_runtime target)
   nebulex_read_soname("${ONNXRuntime_LIBRARY}" soname)
-  set(placed_library "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${soname}")
+  set(placed_libraries "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${soname}")
+  nebulex_place_library("${ONNXRuntime_LIBRARY}" "${placed_libraries}")
 
-  add_custom_command(
-    OUTPUT "${placed_library}"
-    COMMAND "${CMAKE_COMMAND}" -E copy "${ONNXRuntime_LIBRARY}" "${placed_library}"
-    DEPENDS "${ONNXRuntime_LIBRARY}"
-    COMMENT "Placing ${soname}"
-    VERBATIM)
-  add_custom_target(${target}_runtime DEPENDS "${placed_library}")
+  cmake_path(GET ONNXRuntime_LIBRARY PARENT_PATH folder)
+  foreach(provider shared cuda)
+    set(name "libonnxruntime_providers_${provider}.so")
+    if(EXISTS "${folder}/${name}")
+      nebulex_place_library("${folder}/${name}" "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name}")
+      list(APPEND placed_libraries "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name}")
+    else()
+      # An earlier build with another ONNX Runtime may have left its own.
+      file(REMOVE "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name}")
+    endif()
+  endforeach()
+
+  add_custom_target(${target}_runtime DEPENDS ${placed_libraries})
   add_dependencies(${target} ${target}_runtime nebulex_model)
 
   # One file for both trees: what was tested is what gets installed.
@@ -32,5 +51,5 @@ function(nebulex_place_runtime target)
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN")
   install(TARGETS ${target} RUNTIME DESTINATION bin)
-  install(PROGRAMS "${placed_library}" DESTINATION bin)
+  install(PROGRAMS ${placed_libraries} DESTINATION bin)
 endfunction()
