@@ -167,6 +167,16 @@ int OutputSampleDepth(const std::string& path, int storedDepth) {
   return storedDepth == CV_8U ? CV_8U : CV_16U;
 }
 
+void CheckDisplayTarget(const std::string& path) {
+  OutputSampleDepth(path, CV_8U);
+  RequireEncoder(path, cv::Mat(1, 1, CV_8UC1, cv::Scalar(0)));
+  try {
+    const ReplacedFile probe(path);
+  } catch (const ReplacementError& error) {
+    FailToWrite(path, error.what());
+  }
+}
+
 void WriteDisplayImage(const std::string& path, const cv::Mat& image,
                        const std::string& astroTiffHeader) {
   RequireEncoder(path, image);

@@ -12,6 +12,11 @@ namespace project_lumen::io {
 // the suffix being looked at.
 int OutputSampleDepth(const std::string& path, int storedDepth);
 
+// Finds out early whether an output can be written to this path: throws what OutputSampleDepth and
+// WriteDisplayImage throw for the path itself, its extension, its folder and what lies there now.
+// Leaves nothing behind.
+void CheckDisplayTarget(const std::string& path);
+
 // Writes an image of 8- or 16-bit unsigned samples, one channel or three in BGR order, in the
 // format of the path's extension: TIFF with LZW compression, others as OpenCV does it by default. A
 // TIFF file gets `astroTiffHeader`, unless that is empty, adapted to the image's depth as its

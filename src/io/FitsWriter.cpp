@@ -235,9 +235,8 @@ void WriteEncoded(FitsFile& file, std::uint64_t first, std::vector<double>& phys
     return;
   }
   std::vector<std::int64_t> stored(physical.size());
-  std::transform(physical.begin(), physical.end(), stored.begin(), [&](double value) {
-    return EncodeStorageValue(value, storage.format, clips);
-  });
+  std::transform(physical.begin(), physical.end(), stored.begin(),
+                 [&](double value) { return EncodeStorageValue(value, storage.format, clips); });
   file.WritePixels(first, std::span<const std::int64_t>(stored), kStep);
 }
 
@@ -351,6 +350,14 @@ void WriteBesideTarget(const std::string& path, const Output& output, const Diag
 
 }  // namespace
 
+void CheckFitsTarget(const std::string& path) {
+  try {
+    const ReplacedFile probe(path);
+  } catch (const ReplacementError& error) {
+    ThrowReplacementError(error, path, "Creating image");
+  }
+}
+
 void WriteFitsOutput(const std::string& path, const cv::Mat& image, bool isGrayscale,
                      const SourceImageInfo* source, OutputRole role, const LinearOutputInfo* linear,
                      const DiagnosticsSink& sink) {
@@ -358,8 +365,8 @@ void WriteFitsOutput(const std::string& path, const cv::Mat& image, bool isGrays
   if (source != nullptr && linear != nullptr) {
     RequireLinearMatch(image, *linear);
   }
-  const Output output{image, isGrayscale ? 1 : image.channels(), source, role, linear,
-                      StorageFor(source, role)};
+  const Output output{
+      image, isGrayscale ? 1 : image.channels(), source, role, linear, StorageFor(source, role)};
   ReportConversion(output, sink);
   WriteBesideTarget(path, output, sink);
 }

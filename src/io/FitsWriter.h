@@ -12,11 +12,15 @@
 
 namespace project_lumen::io {
 
+// Finds out early whether an output can be written to this path: throws what WriteFitsOutput throws
+// for its folder and for what lies there now. Leaves nothing behind.
+void CheckFitsTarget(const std::string& path);
+
 // Writes a result as a new FITS file with one image, gzip-compressed where the path ends in ".gz".
 // The file is written beside its target and renamed over it once complete.
 //
-// `image`: float32 or float64, one channel or three interleaved (R, G, B), normalised so that 1.0 is
-// K. For a grayscale source one plane is written, the first channel. `source` is null unless the
+// `image`: float32 or float64, one channel or three interleaved (R, G, B), normalised so that 1.0
+// is K. For a grayscale source one plane is written, the first channel. `source` is null unless the
 // input was FITS; then storage type, scaling, cube layout and header cards of the source are kept,
 // and samples become physical values:
 //   main: sample * K; in a linear run samples at or below the shadows point, and constant channels,
