@@ -16,7 +16,7 @@ constexpr int kLowestPrivateDescriptor = STDERR_FILENO + 1;
 void FlushErrorStreams() {
   std::cerr.flush();
   std::clog.flush();
-  std::fflush(stderr);
+  static_cast<void>(std::fflush(stderr));
 }
 
 bool PutAtStandardError(int descriptor) {
