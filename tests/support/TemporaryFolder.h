@@ -9,6 +9,7 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace project_lumen::test {
 
@@ -43,7 +44,11 @@ class TemporaryFolder {
   std::filesystem::path folder_;
 };
 
+// A file that exists is removed first: some file systems flush a file that is cut to nothing and
+// written anew, which makes thousands of them slow.
 inline void WriteFileBytes(const std::string& path, const std::string& bytes) {
+  std::error_code ignored;
+  std::filesystem::remove(path, ignored);
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
