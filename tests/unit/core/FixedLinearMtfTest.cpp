@@ -62,10 +62,9 @@ LinearChannelStats SortedStatistics(const cv::Mat& source, int channel, double d
   stats.constant = std::count(working.begin(), working.end(), working[0]) ==
                    static_cast<std::ptrdiff_t>(working.size());
   stats.median = SortedMedian(working);
-  std::vector<double> deviations;
-  for (const double w : working) {
-    deviations.push_back(std::fabs(w - stats.median));
-  }
+  std::vector<double> deviations(working.size());
+  std::transform(working.begin(), working.end(), deviations.begin(),
+                 [&stats](double w) { return std::fabs(w - stats.median); });
   stats.normalizedMad = SortedMedian(deviations) * 1.4826;
   stats.shadows = stats.median + kClipping * stats.normalizedMad;
   stats.shadows = stats.shadows < 0 || stats.normalizedMad == 0 ? 0.0 : stats.shadows;

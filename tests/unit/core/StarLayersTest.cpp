@@ -34,14 +34,15 @@ class StarLayers : public ::testing::TestWithParam<int> {
     return SampleAt(ComputeStarMask(One(original), One(starless)), 0, 0, 0);
   }
   double Unscreen(double original, double starless) {
-    const cv::Mat layer = ComputeUnscreenStarLayer(
-        One(original), One(starless), [this](const std::string& line) { lines_.push_back(line); });
+    const cv::Mat layer =
+        ComputeUnscreenStarLayer(One(original), One(starless),
+                                 [this](const std::string& line) { reported.push_back(line); });
     EXPECT_EQ(layer.type(), One(0).type());
     return SampleAt(layer, 0, 0, 0);
   }
   [[nodiscard]] double Tolerance() const { return GetParam() == CV_32F ? 2e-7 : 1e-15; }
 
-  std::vector<std::string> lines_;
+  std::vector<std::string> reported;
 };
 
 TEST_P(StarLayers, MaskIsThePlainDifference) {
@@ -75,7 +76,7 @@ TEST_P(StarLayers, UnscreenIsZeroWhereTheStarlessImageIsAsBright) {
   EXPECT_EQ(Unscreen(0.3, 0.5), 0.0);
   EXPECT_EQ(Unscreen(0.3, 0.3), 0.0);
   EXPECT_EQ(Unscreen(1.0, 1.0), 0.0);
-  EXPECT_THAT(lines_, IsEmpty());
+  EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_P(StarLayers, UnscreenClampsTheInputs) {
@@ -90,13 +91,13 @@ TEST_P(StarLayers, UnscreenIsZeroWhereASampleIsNotFinite) {
     EXPECT_EQ(Unscreen(bad, 0.25), 0.0) << bad;
     EXPECT_EQ(Unscreen(0.25, bad), 0.0) << bad;
   }
-  EXPECT_THAT(lines_, IsEmpty());
+  EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_P(StarLayers, UnscreenSuppressesTinyDifferencesNearWhite) {
   EXPECT_EQ(Unscreen(1.0, 0.9999), 0.0);
   EXPECT_THAT(
-      lines_,
+      reported,
       ElementsAre("Warning: suppressed 1 near-saturated unscreen output sample(s). Additional "
                   "unstable samples may remain. Check the input image for clipped or near-clipped "
                   "highlights, especially channels with values at 1.0000."));
@@ -105,12 +106,12 @@ TEST_P(StarLayers, UnscreenSuppressesTinyDifferencesNearWhite) {
 TEST_P(StarLayers, UnscreenKeepsLargerDifferencesNearWhite) {
   EXPECT_EQ(Unscreen(1.0, 0.99), 1.0);
   EXPECT_NEAR(Unscreen(0.996, 0.9957), 0.0003 / 0.0043, 100 * Tolerance());
-  EXPECT_THAT(lines_, IsEmpty());
+  EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_P(StarLayers, UnscreenKeepsTinyDifferencesBelowWhite) {
   EXPECT_NEAR(Unscreen(0.99, 0.9899), 0.0001 / 0.0101, 100 * Tolerance());
-  EXPECT_THAT(lines_, IsEmpty());
+  EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_P(StarLayers, UnscreenCountsSuppressedSamplesOfAllRowsAndChannels) {

@@ -16,6 +16,8 @@
 
 #include "TestSupport.h"
 #include "core/Image.h"
+#include "core/TileBlending.h"
+#include "core/TileGeometry.h"
 
 namespace project_lumen::core {
 namespace {
@@ -127,20 +129,62 @@ INSTANTIATE_TEST_SUITE_P(FullWindow, PatternBlend,
                                            std::tuple(900, 530, 512, 384),
                                            std::tuple(700, 530, 512, 512)));
 
+// The blend of an identity network step by step, in float32 and in the order in which tiles are
+// visited.
+cv::Mat AddUpInFloat32(const cv::Mat& image, int window, int stride) {
+  const TileGeometry geometry = ComputeTileGeometry(image.cols, image.rows, window, stride);
+  const KeptSquare kept = ComputeKeptSquare(geometry);
+  cv::Mat sum(image.size(), CV_32FC3, cv::Scalar::all(0.0));
+  for (int tileX = 0; tileX <= geometry.LastTileX(); tileX += stride) {
+    for (int tileY = 0; tileY <= geometry.LastTileY(); tileY += stride) {
+      for (int r = 0; r < image.rows; ++r) {
+        for (int c = 0; c < image.cols; ++c) {
+          const int row = r + geometry.margin - tileY;
+          const int column = c + geometry.margin - tileX;
+          const int end = kept.start + kept.side;
+          if (row < kept.start || row >= end || column < kept.start || column >= end) {
+            continue;
+          }
+          const auto weight =
+              static_cast<float>(TileBlendWeight(geometry, tileX, tileY, column, row));
+          for (int k = 0; k < 3; ++k) {
+            const float weighted = image.at<cv::Vec3f>(r, c)[k] * weight;
+            sum.at<cv::Vec3f>(r, c)[k] += weighted;
+          }
+        }
+      }
+    }
+  }
+  return sum;
+}
+
+TEST(RunTiledInference, AddsTilesInVisitingOrderWithWeightsRoundedToFloat32) {
+  const cv::Mat image = MakeNoise({53, 41}, CV_32FC3, 4);
+  for (int stride = 2; stride <= 16; stride += 2) {
+    EXPECT_TRUE(AreEqual(RunIdentity(image, 16, stride), AddUpInFloat32(image, 16, stride)))
+        << stride;
+  }
+  const cv::Mat large = MakeNoise({600, 530}, CV_32FC3, 4);
+  for (const int stride : {254, 256, 300}) {
+    EXPECT_TRUE(AreEqual(RunIdentity(large, 512, stride), AddUpInFloat32(large, 512, stride)))
+        << stride;
+  }
+}
+
 TEST(RunTiledInference, OneTileReturnsTheCallbacksOutput) {
   const cv::Mat image = MakeNoise({512, 512}, CV_32FC3, 1);
-  const cv::Mat answer = MakeNoise({512, 512}, CV_32FC3, 2, -3.0, 3.0);
+  cv::Mat answer = MakeNoise({512, 512}, CV_32FC3, 2, -3.0, 3.0);
   const cv::Mat output =
-      RunTiledInference(image, 512, 512, nullptr, [&](const cv::Mat&) { return answer; });
+      RunTiledInference(image, 512, 512, nullptr, [&answer](const cv::Mat&) { return answer; });
   EXPECT_TRUE(AreEqual(output, answer));
 }
 
 TEST(RunTiledInference, LeavesTheImageAndTheCallbacksOutputUntouched) {
   const cv::Mat image = MakeNoise({24, 24}, CV_32FC3, 1);
   const cv::Mat imageBefore = image.clone();
-  const cv::Mat answer = MakeNoise({16, 16}, CV_32FC3, 2);
+  cv::Mat answer = MakeNoise({16, 16}, CV_32FC3, 2);
   const cv::Mat answerBefore = answer.clone();
-  RunTiledInference(image, 16, 8, nullptr, [&](const cv::Mat&) { return answer; });
+  RunTiledInference(image, 16, 8, nullptr, [&answer](const cv::Mat&) { return answer; });
   EXPECT_TRUE(AreEqual(image, imageBefore));
   EXPECT_TRUE(AreEqual(answer, answerBefore));
 }
@@ -179,7 +223,7 @@ TEST(RunTiledInference, VisitsTilesColumnByColumnFromTheTop) {
   }
   std::vector<std::pair<float, float>> origins;
   RunTiledInference(image, 16, 16, nullptr, [&origins](const cv::Mat& tile) {
-    const auto first = tile.at<cv::Vec3f>(0, 0);
+    const auto& first = tile.at<cv::Vec3f>(0, 0);
     origins.emplace_back(first[0], first[1]);
     return tile;
   });
