@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 
 #include "backend/Utf8Path.h"
@@ -16,7 +17,8 @@ constexpr const char* kDefaultModelId = "nebulex2";
 constexpr const char* kUnavailable = "unavailable";
 
 bool IsSeparator(char c) {
-  return c == '/' || c == fs::path::preferred_separator;
+  constexpr char kSeparators[] = {'/', static_cast<char>(fs::path::preferred_separator)};
+  return std::find(std::begin(kSeparators), std::end(kSeparators), c) != std::end(kSeparators);
 }
 
 std::string ExecutableDirectory() {

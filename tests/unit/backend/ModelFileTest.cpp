@@ -19,21 +19,21 @@ using testing::ThrowsMessage;
 class ModelFile : public testing::Test {
  protected:
   ModelFile()
-      : folder_(fs::path(testing::TempDir()) /
-                (std::string("model file ") +
-                 testing::UnitTest::GetInstance()->current_test_info()->name())) {
-    fs::remove_all(folder_);
-    fs::create_directories(folder_);
+      : folder(fs::path(testing::TempDir()) /
+               (std::string("model file ") +
+                testing::UnitTest::GetInstance()->current_test_info()->name())) {
+    fs::remove_all(folder);
+    fs::create_directories(folder);
   }
-  ~ModelFile() override { fs::remove_all(folder_); }
-  [[nodiscard]] std::string At(const std::string& name) const { return folder_ / name; }
+  ~ModelFile() override { fs::remove_all(folder); }
+  [[nodiscard]] std::string At(const std::string& name) const { return folder / name; }
 
   static void ExpectUnableToOpen(const std::string& path) {
     EXPECT_THAT([&] { ReadModelFile(path); },
                 ThrowsMessage<std::runtime_error>("Unable to open ONNX model file: " + path));
   }
 
-  fs::path folder_;
+  fs::path folder;
 };
 
 // A stream that cannot say its size, or that ends before the size it gave.
@@ -85,7 +85,7 @@ TEST_F(ModelFile, ThatIsMissingCannotBeOpened) {
 }
 
 TEST_F(ModelFile, ThatIsADirectoryCannotBeOpened) {
-  ExpectUnableToOpen(folder_);
+  ExpectUnableToOpen(folder);
 }
 
 TEST_F(ModelFile, ThatIsADeviceCannotBeOpened) {

@@ -21,38 +21,38 @@ using testing::ElementsAre;
 class ModelLookup : public testing::Test {
  protected:
   ModelLookup()
-      : fileName_(std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) +
-                  ".onnx"),
-        modelId_("model-" + fileName_) {}
+      : fileName(std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) +
+                 ".onnx"),
+        modelId("model-" + fileName) {}
 
   ~ModelLookup() override {
     std::error_code ignored;
-    for (const fs::path& path : created_) {
+    for (const fs::path& path : created) {
       fs::remove_all(path, ignored);
     }
   }
 
   static fs::path Bin() { return fs::path(*ExecutablePath()).parent_path(); }
-  [[nodiscard]] fs::path InBin() const { return Bin() / fileName_; }
-  [[nodiscard]] fs::path InPortableLib() const { return Bin() / "lib" / modelId_ / fileName_; }
+  [[nodiscard]] fs::path InBin() const { return Bin() / fileName; }
+  [[nodiscard]] fs::path InPortableLib() const { return Bin() / "lib" / modelId / fileName; }
   [[nodiscard]] fs::path InInstallLib() const {
-    return Bin().parent_path() / "lib" / modelId_ / fileName_;
+    return Bin().parent_path() / "lib" / modelId / fileName;
   }
 
   void WriteModel(const fs::path& path) {
     fs::create_directories(path.parent_path());
-    created_.push_back(path.parent_path() == Bin() ? path : path.parent_path());
+    created.push_back(path.parent_path() == Bin() ? path : path.parent_path());
     std::ofstream(path) << "model";
   }
 
   void MakeFolder(const fs::path& path) {
     fs::create_directories(path);
-    created_.push_back(path);
+    created.push_back(path);
   }
 
-  std::string fileName_;
-  std::string modelId_;
-  std::vector<fs::path> created_;
+  std::string fileName;
+  std::string modelId;
+  std::vector<fs::path> created;
 };
 
 TEST(InstallRoot, IsTheParentOfTheExecutableFolder) {
@@ -85,8 +85,12 @@ TEST(ModelCandidates, KeepBlanksAndNonAsciiLetters) {
                           "/opt/M 31 \xC3\xA9/lib/nebulex2/\xF0\x9F\x90\xBE"));
 }
 
+TEST(ModelCandidates, KeepBytesThatAreNotUtf8) {
+  EXPECT_EQ(BuildModelCandidatesFrom("/opt/\xFF/bin", "m", "w").front(), "/opt/\xFF/bin/w");
+}
+
 TEST_F(ModelLookup, CandidatesStartFromTheRunningExecutable) {
-  EXPECT_THAT(BuildModelCandidates(modelId_, fileName_),
+  EXPECT_THAT(BuildModelCandidates(modelId, fileName),
               ElementsAre(InBin().string(), InPortableLib().string(), InInstallLib().string()));
 }
 
@@ -94,24 +98,24 @@ TEST_F(ModelLookup, FindsTheModelBesideTheExecutableFirst) {
   WriteModel(InBin());
   WriteModel(InPortableLib());
   WriteModel(InInstallLib());
-  EXPECT_EQ(ResolveModelPath(modelId_, fileName_), InBin());
+  EXPECT_EQ(ResolveModelPath(modelId, fileName), InBin());
 }
 
 TEST_F(ModelLookup, FindsTheModelOfThePortableLayoutBeforeTheInstalledOne) {
   WriteModel(InPortableLib());
   WriteModel(InInstallLib());
-  EXPECT_EQ(ResolveModelPath(modelId_, fileName_), InPortableLib());
+  EXPECT_EQ(ResolveModelPath(modelId, fileName), InPortableLib());
 }
 
 TEST_F(ModelLookup, FindsTheModelOfTheInstallLayout) {
   WriteModel(InInstallLib());
-  EXPECT_EQ(ResolveModelPath(modelId_, fileName_), InInstallLib());
+  EXPECT_EQ(ResolveModelPath(modelId, fileName), InInstallLib());
 }
 
 TEST_F(ModelLookup, ChoosesADirectoryAtTheFirstPlace) {
   MakeFolder(InBin());
   WriteModel(InInstallLib());
-  const std::string resolved = ResolveModelPath(modelId_, fileName_);
+  const std::string resolved = ResolveModelPath(modelId, fileName);
   EXPECT_EQ(resolved, InBin());
   EXPECT_EQ(DescribePathKind(resolved),
             "directory (CoreML .mlpackage/.mlmodelc models are directory bundles)");
@@ -119,39 +123,39 @@ TEST_F(ModelLookup, ChoosesADirectoryAtTheFirstPlace) {
 
 TEST_F(ModelLookup, ALoopOfLinksCountsAsAbsent) {
   fs::create_symlink(InBin(), InBin());
-  created_.push_back(InBin());
+  created.push_back(InBin());
   WriteModel(InInstallLib());
-  EXPECT_EQ(ResolveModelPath(modelId_, fileName_), InInstallLib());
+  EXPECT_EQ(ResolveModelPath(modelId, fileName), InInstallLib());
 }
 
 TEST_F(ModelLookup, WithoutAnyModelNamesTheExecutableFolder) {
-  const std::string resolved = ResolveModelPath(modelId_, fileName_);
+  const std::string resolved = ResolveModelPath(modelId, fileName);
   EXPECT_EQ(resolved, InBin());
   EXPECT_EQ(DescribePathKind(resolved), "missing");
 }
 
 TEST_F(ModelLookup, DefaultWeightsBelongToTheModelNebulex2) {
-  const fs::path installed = Bin().parent_path() / "lib" / "nebulex2" / fileName_;
+  const fs::path installed = Bin().parent_path() / "lib" / "nebulex2" / fileName;
   fs::create_directories(installed.parent_path());
   std::ofstream(installed) << "model";
-  created_.push_back(installed);
-  EXPECT_EQ(ResolveDefaultWeights(fileName_), installed);
+  created.push_back(installed);
+  EXPECT_EQ(ResolveDefaultWeights(fileName), installed);
 }
 
 // A folder of its own for each test of path kinds.
 class PathKind : public testing::Test {
  protected:
   PathKind()
-      : folder_(fs::path(testing::TempDir()) /
-                (std::string("path kind ") +
-                 testing::UnitTest::GetInstance()->current_test_info()->name())) {
-    fs::remove_all(folder_);
-    fs::create_directories(folder_);
+      : folder(fs::path(testing::TempDir()) /
+               (std::string("path kind ") +
+                testing::UnitTest::GetInstance()->current_test_info()->name())) {
+    fs::remove_all(folder);
+    fs::create_directories(folder);
   }
-  ~PathKind() override { fs::remove_all(folder_); }
-  [[nodiscard]] std::string At(const std::string& name) const { return folder_ / name; }
+  ~PathKind() override { fs::remove_all(folder); }
+  [[nodiscard]] std::string At(const std::string& name) const { return folder / name; }
 
-  fs::path folder_;
+  fs::path folder;
 };
 
 TEST_F(PathKind, RegularFile) {
@@ -211,30 +215,30 @@ TEST(ModelContext, ListsCandidatesInOrder) {
 }
 
 TEST_F(ModelLookup, DescriptionOfAnAutomaticLookupListsTheThreePlaces) {
-  EXPECT_EQ(DescribeModelLookup(modelId_, fileName_, InBin(), false, "ONNX Runtime"),
+  EXPECT_EQ(DescribeModelLookup(modelId, fileName, InBin(), false, "ONNX Runtime"),
             "Executable='" + *ExecutablePath() + "'; working directory='" +
                 fs::current_path().string() + "'; Model context: backend=ONNX Runtime; expected=" +
-                fileName_ + "; source=automatic lookup; resolved path='" + InBin().string() +
+                fileName + "; source=automatic lookup; resolved path='" + InBin().string() +
                 "'; path kind=missing; lookup candidates (in order): '" + InBin().string() + "' '" +
                 InPortableLib().string() + "' '" + InInstallLib().string() + "'");
 }
 
 TEST_F(ModelLookup, DescriptionOfAnExplicitPathListsOnlyThatPath) {
   const std::string expectedEnd =
-      "; expected=" + fileName_ +
+      "; expected=" + fileName +
       "; source=explicit --weights override; resolved path='/no/such.onnx'; path kind=missing; "
       "lookup candidates (in order): '/no/such.onnx'";
-  EXPECT_THAT(DescribeModelLookup(modelId_, fileName_, "/no/such.onnx", true, "ONNX Runtime"),
+  EXPECT_THAT(DescribeModelLookup(modelId, fileName, "/no/such.onnx", true, "ONNX Runtime"),
               testing::EndsWith(expectedEnd));
 }
 
 TEST_F(ModelLookup, DescriptionSaysWhenTheWorkingDirectoryIsGone) {
   const fs::path before = fs::current_path();
-  const fs::path folder = fs::path(testing::TempDir()) / modelId_;
+  const fs::path folder = fs::path(testing::TempDir()) / modelId;
   fs::create_directories(folder);
   fs::current_path(folder);
   fs::remove(folder);
-  const std::string text = DescribeModelLookup(modelId_, fileName_, "/x", true, "b");
+  const std::string text = DescribeModelLookup(modelId, fileName, "/x", true, "b");
   fs::current_path(before);
   EXPECT_THAT(text, testing::HasSubstr("; working directory='unavailable'; Model context: "));
 }

@@ -1,0 +1,93 @@
+#include "backend/ExecutionProviders.h"
+
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "common/Platform.h"
+
+namespace project_lumen::backend {
+namespace {
+
+constexpr int kDefaultIntraThreads = 0;
+constexpr int kDirectMlDevice = 0;
+
+SessionOptionsHandle CreateCommonSessionOptions() {
+  SessionOptionsHandle options = CreateSessionOptions();
+  ConfigureCommonSessionOptions(*options, kDefaultIntraThreads);
+  return options;
+}
+
+SessionHandle CreateSession(const OrtEnv& environment, ByteView model,
+                            const OrtSessionOptions& options) {
+  return CreateHandle<SessionHandle>([&](OrtSession** session) {
+    return CurrentOrtApi().CreateSessionFromArray(&environment, model.data(), model.size(),
+                                                  &options, session);
+  });
+}
+
+}  // namespace
+
+SessionOptionsHandle CreateSessionOptions() {
+  return CreateHandle<SessionOptionsHandle>(CurrentOrtApi().CreateSessionOptions);
+}
+
+void ConfigureCommonSessionOptions(OrtSessionOptions& options, int intraThreads) {
+  const OrtApi& api = CurrentOrtApi();
+  ThrowOnError(api.SetInterOpNumThreads(&options, 1));
+  if (intraThreads > 0) {
+    ThrowOnError(api.SetIntraOpNumThreads(&options, intraThreads));
+  }
+  ThrowOnError(api.SetSessionGraphOptimizationLevel(&options, ORT_ENABLE_ALL));
+}
+
+CandidateSession CreateCudaSession(const OrtEnv& environment, ByteView model) {
+  const OrtApi& api = CurrentOrtApi();
+  SessionOptionsHandle options = CreateCommonSessionOptions();
+  const auto cudaOptions = CreateHandle<CudaOptionsHandle>(api.CreateCUDAProviderOptions);
+  ThrowOnError(api.SessionOptionsAppendExecutionProvider_CUDA_V2(options.get(), cudaOptions.get()));
+  SessionHandle session = CreateSession(environment, model, *options);
+  return {std::move(options), std::move(session)};
+}
+
+CandidateSession CreateDirectMlSession(const OrtEnv& environment, ByteView model,
+                                       const void* runtimeAddress) {
+  const OrtApi& api = CurrentOrtApi();
+  SessionOptionsHandle options = CreateCommonSessionOptions();
+  ThrowOnError(api.DisableMemPattern(options.get()));
+  ThrowOnError(api.SetSessionExecutionMode(options.get(), ORT_SEQUENTIAL));
+  AppendDirectMlProvider(*options, runtimeAddress);
+  SessionHandle session = CreateSession(environment, model, *options);
+  return {std::move(options), std::move(session)};
+}
+
+CandidateSession CreateCpuSession(const OrtEnv& environment, ByteView model) {
+  SessionOptionsHandle options = CreateCommonSessionOptions();
+  SessionHandle session = CreateSession(environment, model, *options);
+  return {std::move(options), std::move(session)};
+}
+
+void AppendDirectMlProvider(OrtSessionOptions& options, const void* runtimeAddress) {
+  const std::optional<LoadedModule> runtime = LoadedModule::FromAddress(runtimeAddress);
+  if (!runtime) {
+    throw std::runtime_error("ONNX Runtime DLL is not loaded.");
+  }
+  using AppendDirectMl = OrtStatus*(ORT_API_CALL*)(OrtSessionOptions*, int);
+  const auto append = reinterpret_cast<AppendDirectMl>(
+      runtime->FindExport("OrtSessionOptionsAppendExecutionProvider_DML"));
+  if (append != nullptr) {
+    ThrowOnError(append(&options, kDirectMlDevice));
+    return;
+  }
+  const char* key = "device_id";
+  const char* value = "0";
+  ThrowOnError(
+      CurrentOrtApi().SessionOptionsAppendExecutionProvider(&options, "DML", &key, &value, 1));
+}
+
+std::string FormatProviderFailure(const std::string& label, const std::string& detail) {
+  return "ONNX Runtime " + label +
+         " initialization/warmup failed; trying the next provider. Provider detail: " + detail;
+}
+
+}  // namespace project_lumen::backend

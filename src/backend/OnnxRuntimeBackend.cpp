@@ -1,0 +1,81 @@
+#include "backend/OnnxRuntimeBackend.h"
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+
+#include "backend/BackendState.h"
+#include "backend/ModelLookup.h"
+#include "backend/ModelPrescan.h"
+#include "backend/ProviderSelection.h"
+#include "backend/SessionRun.h"
+#include "common/Platform.h"
+
+namespace project_lumen::backend {
+namespace {
+
+EnvironmentHandle CreateEnvironment(bool quiet) {
+  const OrtApi& api = CurrentOrtApi();
+  const OrtLoggingLevel level = quiet ? ORT_LOGGING_LEVEL_FATAL : ORT_LOGGING_LEVEL_WARNING;
+  auto environment = CreateHandle<EnvironmentHandle>(
+      [&](OrtEnv** result) { return api.CreateEnv(level, "project-lumen-ort", result); });
+  ThrowOnError(api.SetLanguageProjection(environment.get(), ORT_PROJECTION_CPLUSPLUS));
+  return environment;
+}
+
+void RequireTile(const cv::Mat& tile) {
+  if (tile.empty()) {
+    throw std::runtime_error("ONNX Runtime input image is empty.");
+  }
+  if (tile.type() != CV_32FC3) {
+    throw std::runtime_error("ONNX Runtime input image must be CV_32FC3.");
+  }
+  if (!tile.isContinuous()) {
+    throw std::runtime_error("ONNX Runtime input image must be continuous.");
+  }
+}
+
+}  // namespace
+
+ProviderPlatform SystemProviderPlatform() {
+  return {IsCudaProviderLibraryPresent(), reinterpret_cast<const void*>(&OrtGetApiBase)};
+}
+
+OnnxRuntimeBackend::OnnxRuntimeBackend(const std::string& modelPath, int windowSize,
+                                       const MessageCallback& messageCallback, bool quiet)
+    : OnnxRuntimeBackend(modelPath, windowSize, messageCallback, quiet, SystemProviderPlatform()) {}
+
+OnnxRuntimeBackend::OnnxRuntimeBackend(const std::string& modelPath, int windowSize,
+                                       const MessageCallback& messageCallback, bool quiet,
+                                       const ProviderPlatform& platform)
+    : state_(std::make_unique<BackendState>()) {
+  try {
+    state_->environment = CreateEnvironment(quiet);
+    state_->options = CreateSessionOptions();
+    state_->model = LoadPreparedModel(modelPath);
+    SelectProvider(*state_, platform, windowSize, messageCallback);
+  } catch (const std::exception& error) {
+    throw std::runtime_error(
+        std::string(error.what()) + "\n" +
+        DescribeModelContext("ONNX Runtime", "ONNX model", "backend caller", modelPath, {}));
+  }
+}
+
+OnnxRuntimeBackend::~OnnxRuntimeBackend() = default;
+
+const std::string& OnnxRuntimeBackend::ProviderName() const {
+  return state_->providerName;
+}
+
+cv::Mat OnnxRuntimeBackend::InferTile(const cv::Mat& tile) {
+  RequireTile(tile);
+  const TensorShape shape{1, tile.rows, tile.cols, tile.channels()};
+  const CheckedOutput output =
+      RunSessionChecked(*state_->session, state_->providerName, state_->inputName,
+                        state_->outputName, shape, tile.ptr<float>(), kInferenceStage);
+  cv::Mat result(tile.rows, tile.cols, CV_32FC3);
+  std::copy(output.samples.begin(), output.samples.end(), result.ptr<float>());
+  return result;
+}
+
+}  // namespace project_lumen::backend

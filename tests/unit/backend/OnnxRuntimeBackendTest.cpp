@@ -1,0 +1,380 @@
+// The backend over a recorded function table: which calls it makes, in which order, and what
+// becomes of failures. See RealModelTest.cpp for runs of the real library.
+#include "backend/OnnxRuntimeBackend.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "FakeOrtApi.h"
+
+namespace project_lumen::backend {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::StartsWith;
+using testing::ThrowsMessage;
+
+constexpr int kWindow = 2;
+constexpr const char* kCpuMessage =
+    "ONNX Runtime CPU fallback initialized successfully; continuing on CPU. GPU acceleration is "
+    "unavailable for this run.";
+
+std::string ModelPath() {
+  return std::string(NEBULEX_TEST_MODELS) + "/identity.onnx";
+}
+
+std::string Context(const std::string& path, const std::string& kind) {
+  return "\nModel context: backend=ONNX Runtime; expected=ONNX model; source=backend caller; "
+         "resolved path='" +
+         path + "'; path kind=" + kind;
+}
+
+std::string Warning(const std::string& label, const std::string& detail) {
+  return "Warning: ONNX Runtime " + label +
+         " initialization/warmup failed; trying the next provider. Provider detail: " + detail;
+}
+
+const int kNoModule = 0;
+
+ProviderPlatform WithCuda() {
+  return {true, reinterpret_cast<const void*>(&OrtGetApiBase)};
+}
+ProviderPlatform WithoutCuda() {
+  return {false, reinterpret_cast<const void*>(&OrtGetApiBase)};
+}
+
+class Backend : public testing::Test {
+ protected:
+  OnnxRuntimeBackend Open(const ProviderPlatform& platform, bool quiet = true) {
+    return {ModelPath(), kWindow, [this](const std::string& text) { messages.push_back(text); },
+            quiet, platform};
+  }
+
+  void ExpectOpenFails(const ProviderPlatform& platform, const std::string& message) {
+    EXPECT_THAT([&] { Open(platform); },
+                ThrowsMessage<std::runtime_error>(message + Context(ModelPath(), "regular file")));
+    EXPECT_THAT(ort.Live(), IsEmpty());
+  }
+
+  // Makes DirectML fail; the CPU succeeds.
+  void RefuseDirectMl() { ort.Fail("SessionOptionsAppendExecutionProvider", "no DirectML"); }
+
+  [[nodiscard]] bool Called(const std::string& prefix) const {
+    return testing::Matches(testing::Contains(StartsWith(prefix)))(ort.Calls());
+  }
+
+  test::FakeOrtApi ort;
+  std::vector<std::string> messages;
+};
+
+// The calls of the `number`th run, whose input is written as "bytes, extents".
+std::vector<std::string> RunCalls(const std::string& session, int number,
+                                  const std::string& tensor) {
+  const std::string memory = "memoryInfo" + std::to_string(number);
+  const std::string input = "value" + std::to_string(2 * number - 1);
+  const std::string output = "value" + std::to_string(2 * number);
+  const std::string info = "tensorInfo" + std::to_string(number);
+  return {"CreateCpuMemoryInfo(1, 0)",
+          "CreateTensorWithDataAsOrtValue(" + memory + ", " + tensor + ", type 1)",
+          "ReleaseMemoryInfo(" + memory + ")",
+          "Run(" + session + ", the input=" + input + ", the output)",
+          "GetTensorTypeAndShape(" + output + ")",
+          "GetTensorElementType(" + info + ")",
+          "GetDimensionsCount(" + info + ")",
+          "GetDimensions(" + info + ")",
+          "GetTensorShapeElementCount(" + info + ")",
+          "GetTensorMutableData(" + output + ")",
+          "ReleaseTensorTypeAndShapeInfo(" + info + ")",
+          "ReleaseValue(" + input + ")",
+          "ReleaseValue(" + output + ")"};
+}
+
+std::vector<std::string> NameCalls(const std::string& session) {
+  return {"GetAllocatorWithDefaultOptions()",
+          "SessionGetInputName(" + session + ", 0)",
+          "Free(the input)",
+          "GetAllocatorWithDefaultOptions()",
+          "SessionGetOutputName(" + session + ", 0)",
+          "Free(the output)"};
+}
+
+std::vector<std::string> Concatenate(const std::vector<std::vector<std::string>>& parts) {
+  std::vector<std::string> all;
+  for (const auto& part : parts) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
+  return all;
+}
+
+TEST_F(Backend, OpensAndClosesACudaSessionInThisOrder) {
+  { const OnnxRuntimeBackend backend = Open(WithCuda()); }
+  EXPECT_THAT(
+      ort.Calls(),
+      ElementsAreArray(Concatenate(
+          {{"CreateEnv(4, project-lumen-ort)", "SetLanguageProjection(env1, 1)",
+            "CreateSessionOptions()", "CreateSessionOptions()", "SetInterOpNumThreads(options2, 1)",
+            "SetSessionGraphOptimizationLevel(options2, 99)", "CreateCUDAProviderOptions()",
+            "SessionOptionsAppendExecutionProvider_CUDA_V2(options2, cudaOptions1)",
+            "CreateSessionFromArray(env1, options2)", "ReleaseCUDAProviderOptions(cudaOptions1)"},
+           NameCalls("session1"),
+           RunCalls("session1", 1, "48 bytes, 1x2x2x3"),
+           {"ReleaseSessionOptions(options1)", "ReleaseSession(session1)",
+            "ReleaseSessionOptions(options2)", "ReleaseEnv(env1)"}})));
+}
+
+TEST_F(Backend, LogsWarningsUnlessQuiet) {
+  const OnnxRuntimeBackend backend = Open(WithoutCuda(), false);
+  EXPECT_EQ(ort.Calls().front(), "CreateEnv(2, project-lumen-ort)");
+}
+
+TEST_F(Backend, LogsFatalMessagesOnlyWhenQuiet) {
+  const OnnxRuntimeBackend backend = Open(WithoutCuda(), true);
+  EXPECT_EQ(ort.Calls().front(), "CreateEnv(4, project-lumen-ort)");
+}
+
+TEST_F(Backend, TakesCudaWhenItWorksAndSendsNoMessage) {
+  const OnnxRuntimeBackend backend = Open(WithCuda());
+  EXPECT_EQ(backend.ProviderName(), "CUDA execution provider");
+  EXPECT_THAT(messages, IsEmpty());
+}
+
+TEST_F(Backend, SkipsCudaSilentlyWithoutItsLibraryAndTakesDirectMl) {
+  const OnnxRuntimeBackend backend = Open(WithoutCuda());
+  EXPECT_EQ(backend.ProviderName(), "DirectML execution provider");
+  EXPECT_THAT(messages, IsEmpty());
+  EXPECT_FALSE(Called("CreateCUDAProviderOptions"));
+}
+
+TEST_F(Backend, OnlyDirectMlTurnsMemoryPatternOffAndFixesTheExecutionMode) {
+  { const OnnxRuntimeBackend backend = Open(WithoutCuda()); }
+  EXPECT_TRUE(Called("DisableMemPattern(options2)"));
+  EXPECT_TRUE(Called("SetSessionExecutionMode(options2, 0)"));
+  ort.ForgetCalls();
+  { const OnnxRuntimeBackend backend = Open(WithCuda()); }
+  EXPECT_FALSE(Called("DisableMemPattern"));
+  EXPECT_FALSE(Called("SetSessionExecutionMode"));
+}
+
+TEST_F(Backend, WarnsOfAFailedCudaSessionAndTakesDirectMl) {
+  ort.Fail("SessionOptionsAppendExecutionProvider_CUDA_V2", "no driver");
+  const OnnxRuntimeBackend backend = Open(WithCuda());
+  EXPECT_EQ(backend.ProviderName(), "DirectML execution provider");
+  EXPECT_THAT(messages, ElementsAre(Warning("CUDA", "no driver")));
+}
+
+TEST_F(Backend, ReleasesACandidateWhoseWarmupFailsBeforeTheNextIsTried) {
+  ort.Fail("Run", "kernel missing");
+  const OnnxRuntimeBackend backend = Open(WithCuda());
+  EXPECT_EQ(backend.ProviderName(), "DirectML execution provider");
+  EXPECT_THAT(messages, ElementsAre(Warning(
+                            "CUDA",
+                            "ONNX Runtime warmup failed using CUDA execution provider for tensor "
+                            "1x2x2x3. kernel missing")));
+  EXPECT_THAT(ort.Live(), ElementsAre("env1", "options3", "session2"));
+  const auto& calls = ort.Calls();
+  const auto release = std::find(calls.begin(), calls.end(), "ReleaseSessionOptions(options2)");
+  const auto next = std::find(calls.begin(), calls.end(), "DisableMemPattern(options3)");
+  EXPECT_LT(release, next);
+}
+
+TEST_F(Backend, AFailedDirectMlWarmupCarriesNoDriverHint) {
+  ort.Fail("Run", "device removed");
+  const OnnxRuntimeBackend backend = Open(WithoutCuda());
+  EXPECT_THAT(messages,
+              ElementsAre(Warning("DirectML",
+                                  "ONNX Runtime warmup failed using DirectML execution provider "
+                                  "for tensor 1x2x2x3. device removed"),
+                          kCpuMessage));
+}
+
+TEST_F(Backend, ReportsEveryFailedProviderInOrderAndThenTheCpu) {
+  ort.Fail("CreateCUDAProviderOptions", "no CUDA");
+  RefuseDirectMl();
+  const OnnxRuntimeBackend backend = Open(WithCuda());
+  EXPECT_EQ(backend.ProviderName(), "CPU execution provider");
+  EXPECT_THAT(messages, ElementsAre(Warning("CUDA", "no CUDA"), Warning("DirectML", "no DirectML"),
+                                    kCpuMessage));
+}
+
+TEST_F(Backend, ReportsARuntimeThatIsNotLoaded) {
+  const OnnxRuntimeBackend backend = Open({false, &kNoModule});
+  EXPECT_THAT(messages,
+              ElementsAre(Warning("DirectML", "ONNX Runtime DLL is not loaded."), kCpuMessage));
+}
+
+TEST_F(Backend, AnEmptyCallbackSuppressesAllMessages) {
+  ort.Fail("CreateCUDAProviderOptions", "no CUDA");
+  RefuseDirectMl();
+  const OnnxRuntimeBackend backend(ModelPath(), kWindow, {}, true, WithCuda());
+  EXPECT_EQ(backend.ProviderName(), "CPU execution provider");
+}
+
+TEST_F(Backend, WarmsUpWithOneTileOfOneEighth) {
+  const OnnxRuntimeBackend backend = Open(WithoutCuda());
+  EXPECT_THAT(ort.inputSamples, testing::SizeIs(12));
+  EXPECT_THAT(ort.inputSamples, Each(0.125F));
+}
+
+TEST_F(Backend, CreatesSessionsFromThePreparedModel) {
+  const std::string path = std::string(NEBULEX_TEST_MODELS) + "/half_payload.onnx";
+  const OnnxRuntimeBackend backend(path, kWindow, {}, true, WithoutCuda());
+  // 512x512 half-precision elements take 512 KiB, single-precision ones 1 MiB.
+  EXPECT_GT(ort.modelBytes.size(), std::size_t{1} << 20U);
+}
+
+TEST_F(Backend, FailsWhenTheCpuFailsToo) {
+  RefuseDirectMl();
+  ort.Fail("CreateSessionFromArray", "bad graph");
+  ExpectOpenFails(WithoutCuda(),
+                  "ONNX Runtime CPU fallback initialization failed. Detail: bad graph");
+  EXPECT_THAT(messages, ElementsAre(Warning("DirectML", "no DirectML")));
+}
+
+TEST_F(Backend, FailsWhenTheWarmupOnTheCpuFails) {
+  RefuseDirectMl();
+  ort.output.dimensions = {{1, 1, 1, 3}};
+  ExpectOpenFails(WithoutCuda(),
+                  "ONNX Runtime CPU fallback initialization failed. Detail: ONNX Runtime warmup "
+                  "failed using CPU execution provider for tensor 1x2x2x3. ONNX Runtime returned "
+                  "an unexpected output shape.");
+}
+
+TEST_F(Backend, FailsWithoutAnEnvironment) {
+  ort.Fail("CreateEnv", "no environment");
+  ExpectOpenFails(WithoutCuda(), "no environment");
+  EXPECT_FALSE(Called("CreateSessionOptions"));
+}
+
+TEST_F(Backend, FailsWithoutItsFirstSessionOptions) {
+  ort.Fail("CreateSessionOptions", "no options");
+  ExpectOpenFails(WithoutCuda(), "no options");
+}
+
+TEST_F(Backend, FailsForAMissingModelBeforeAnyProviderIsTried) {
+  const std::string path = testing::TempDir() + "no such model.onnx";
+  EXPECT_THAT([&] { OnnxRuntimeBackend(path, kWindow, {}, true, WithCuda()); },
+              ThrowsMessage<std::runtime_error>("Unable to open ONNX model file: " + path +
+                                                Context(path, "missing")));
+  EXPECT_THAT(ort.Calls(), ElementsAre("CreateEnv(4, project-lumen-ort)",
+                                       "SetLanguageProjection(env1, 1)", "CreateSessionOptions()",
+                                       "ReleaseSessionOptions(options1)", "ReleaseEnv(env1)"));
+}
+
+TEST_F(Backend, FailsForAModelThatThePrescanRefuses) {
+  const std::string path = std::string(NEBULEX_TEST_MODELS) + "/graph_length.onnx";
+  EXPECT_THAT([&] { OnnxRuntimeBackend(path, kWindow, {}, true, WithCuda()); },
+              ThrowsMessage<std::runtime_error>("Invalid ONNX graph length." +
+                                                Context(path, "regular file")));
+  EXPECT_THAT(ort.Live(), IsEmpty());
+}
+
+TEST_F(Backend, LetsAnExceptionThatIsNoStandardOnePassAndReleasesEverything) {
+  RefuseDirectMl();
+  const MessageCallback callback = [](const std::string&) { throw 42; };
+  EXPECT_THROW(OnnxRuntimeBackend(ModelPath(), kWindow, callback, true, WithoutCuda()), int);
+  EXPECT_THAT(ort.Live(), IsEmpty());
+}
+
+TEST_F(Backend, ReleasesEverythingWhicheverCallFails) {
+  { const OnnxRuntimeBackend backend = Open(WithCuda()); }
+  const int callsOfOneProvider = ort.StatusCalls();
+  ASSERT_GT(callsOfOneProvider, 15);
+  for (int number = 1; number <= callsOfOneProvider; ++number) {
+    ort.FailCallNumber(ort.StatusCalls() + number);
+    try {
+      const OnnxRuntimeBackend backend = Open(WithCuda());
+      EXPECT_EQ(backend.ProviderName(), "DirectML execution provider") << number;
+      EXPECT_THAT(ort.Live(), testing::SizeIs(3)) << number;
+    } catch (const std::runtime_error& error) {
+      EXPECT_LE(number, 3) << error.what();
+    }
+    EXPECT_THAT(ort.Live(), IsEmpty()) << number;
+  }
+}
+
+TEST_F(Backend, RunsATileOfAnySizeOverItsOwnMemory) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  ort.ForgetCalls();
+  cv::Mat tile(4, 5, CV_32FC3);
+  for (int i = 0; i < 60; ++i) {
+    tile.ptr<float>()[i] = static_cast<float>(i);
+  }
+  const cv::Mat result = backend.InferTile(tile);
+  EXPECT_EQ(ort.inputData, tile.data);
+  EXPECT_THAT(ort.Calls(), ElementsAreArray(RunCalls("session1", 2, "240 bytes, 1x4x5x3")));
+  ASSERT_EQ(result.size(), tile.size());
+  ASSERT_EQ(result.type(), CV_32FC3);
+  for (int i = 0; i < 60; ++i) {
+    EXPECT_EQ(result.ptr<float>()[i], 2.0F * static_cast<float>(i));
+  }
+}
+
+TEST_F(Backend, StaysUsableAfterAFailedTile) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  const cv::Mat tile(2, 2, CV_32FC3, cv::Scalar::all(0.5));
+  ort.output.returned = false;
+  EXPECT_THROW(backend.InferTile(tile), std::runtime_error);
+  ort.output.returned = true;
+  EXPECT_EQ(backend.InferTile(tile).at<cv::Vec3f>(1, 1)[2], 1.0F);
+  EXPECT_EQ(backend.ProviderName(), "DirectML execution provider");
+}
+
+TEST_F(Backend, AFailedTileUnderDirectMlCarriesTheDriverHint) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  ort.Fail("Run", "device removed", 2);
+  EXPECT_THAT([&] { backend.InferTile(cv::Mat::zeros(512, 512, CV_32FC3)); },
+              ThrowsMessage<std::runtime_error>(
+                  "ONNX Runtime inference failed using DirectML execution provider for tensor "
+                  "1x512x512x3. device removed Image processing stopped. Check the GPU "
+                  "driver/DirectML runtime, or use CPU execution if available."));
+}
+
+TEST_F(Backend, AFailedTileUnderCudaCarriesNoHint) {
+  OnnxRuntimeBackend backend = Open(WithCuda());
+  ort.Fail("Run", "out of memory", 2);
+  EXPECT_THAT([&] { backend.InferTile(cv::Mat::zeros(512, 512, CV_32FC3)); },
+              ThrowsMessage<std::runtime_error>(
+                  "ONNX Runtime inference failed using CUDA execution provider for tensor "
+                  "1x512x512x3. out of memory"));
+}
+
+TEST_F(Backend, AFailedTileLeadsToNoOtherProvider) {
+  OnnxRuntimeBackend backend = Open(WithCuda());
+  ort.Fail("Run", "out of memory", 2);
+  ort.ForgetCalls();
+  EXPECT_THROW(backend.InferTile(cv::Mat::zeros(2, 2, CV_32FC3)), std::runtime_error);
+  EXPECT_FALSE(Called("CreateSession"));
+  EXPECT_THAT(messages, IsEmpty());
+}
+
+TEST_F(Backend, RefusesAnEmptyTile) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  EXPECT_THAT([&] { backend.InferTile(cv::Mat()); },
+              ThrowsMessage<std::runtime_error>("ONNX Runtime input image is empty."));
+}
+
+TEST_F(Backend, RefusesATileOfAnotherType) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  for (const int type : {CV_32FC1, CV_64FC3, CV_8UC3, CV_32FC4}) {
+    EXPECT_THAT([&] { backend.InferTile(cv::Mat::zeros(2, 2, type)); },
+                ThrowsMessage<std::runtime_error>("ONNX Runtime input image must be CV_32FC3."));
+  }
+}
+
+TEST_F(Backend, RefusesATileThatIsNotContinuous) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  const cv::Mat image = cv::Mat::zeros(4, 4, CV_32FC3);
+  EXPECT_THAT([&] { backend.InferTile(image(cv::Rect(0, 0, 2, 2))); },
+              ThrowsMessage<std::runtime_error>("ONNX Runtime input image must be continuous."));
+}
+
+}  // namespace
+}  // namespace project_lumen::backend
