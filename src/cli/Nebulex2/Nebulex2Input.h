@@ -1,0 +1,28 @@
+// The input image as the processing works on it.
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+#include <string>
+
+#include "common/Diagnostics.h"
+#include "io/SourceImageInfo.h"
+
+namespace project_lumen::cli {
+
+struct LoadedInput {
+  // Three channels in RGB order, CV_32FC3, or CV_64FC3 for a linear run; stored sample / K, on the
+  // working grid (doubled when upsampling).
+  cv::Mat image;
+  // The same samples on the input's own grid: one channel for a grayscale source, else three.
+  // Shares its buffer with `image` where nothing was changed.
+  cv::Mat sourceSamples;
+  io::SourceImageInfo info;
+};
+
+// Reads, checks and normalises the image at `path`, and describes it in information records. The
+// divisor K depends on the storage type alone: 255, 65535, or that of the FITS storage type. Throws
+// std::invalid_argument with the whole message for everything that cannot be read.
+LoadedInput LoadInputImage(const std::string& path, bool upsample, bool linear,
+                           const DiagnosticsSink& sink);
+
+}  // namespace project_lumen::cli
