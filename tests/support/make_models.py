@@ -144,6 +144,7 @@ MODELS = {
     "scaling": lambda: with_constant("Mul", 0.5),
     "pattern": lambda: with_constant("Mul", PATTERN),
     "zero": lambda: filled(0.0),
+    "slightly_dimmer": lambda: with_constant("Mul", 0.9999),
     "dimmer": lambda: with_constant("Min", 0.4),
     "brighter": lambda: with_constant("Mul", 1.5),
     "half_payload": half_payload,
