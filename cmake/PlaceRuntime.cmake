@@ -43,6 +43,11 @@ function(nebulex_place_runtime target)
     endif()
   endforeach()
 
+  foreach(library IN LISTS placed_libraries)
+    cmake_path(GET library FILENAME name)
+    set_property(GLOBAL APPEND PROPERTY NEBULEX_PLACED_LIBRARIES "${name}")
+  endforeach()
+
   add_custom_target(${target}_runtime DEPENDS ${placed_libraries})
   add_dependencies(${target} ${target}_runtime nebulex_model)
 

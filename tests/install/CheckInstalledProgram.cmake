@@ -1,0 +1,41 @@
+# cmake -D build=DIR -D version=X.Y.Z -D libraries=NAME;... -P CheckInstalledProgram.cmake
+#
+# Fails unless the install holds exactly the files it should, and the program runs and finds its
+# network after the whole tree was moved.
+cmake_policy(VERSION 3.25)
+
+set(first "${build}/install_check/first place")
+set(second "${build}/install_check/second place")
+file(REMOVE_RECURSE "${build}/install_check")
+execute_process(COMMAND "${CMAKE_COMMAND}" --install "${build}" --prefix "${first}"
+  OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+file(RENAME "${first}" "${second}")
+
+set(expected "bin/nebulex2" "lib/nebulex2/Nebulex2_weights.onnx")
+foreach(library IN LISTS libraries)
+  list(APPEND expected "bin/${library}")
+endforeach()
+list(SORT expected)
+file(GLOB_RECURSE installed RELATIVE "${second}" "${second}/*")
+list(SORT installed)
+if(NOT installed STREQUAL expected)
+  message(FATAL_ERROR "Installed are\n  ${installed}\nbut should be\n  ${expected}")
+endif()
+
+execute_process(COMMAND "${second}/bin/nebulex2" --version
+  OUTPUT_VARIABLE answer COMMAND_ERROR_IS_FATAL ANY)
+if(NOT answer MATCHES "version: ${version}")
+  message(FATAL_ERROR "Asked for its version, the installed program says\n${answer}")
+endif()
+
+# A run that fails for want of an input says where it found its network.
+execute_process(
+  COMMAND "${second}/bin/nebulex2" --input "${second}/missing.tif" --output "${second}/out.tif"
+  ERROR_VARIABLE answer RESULT_VARIABLE status)
+set(network "resolved path='${second}/lib/nebulex2/Nebulex2_weights.onnx'; path kind=regular file")
+string(FIND "${answer}" "${network}" place)
+if(status EQUAL 0 OR place EQUAL -1)
+  message(FATAL_ERROR "Status ${status}; the installed program does not find its network:\n${answer}")
+endif()
+
+file(REMOVE_RECURSE "${build}/install_check")
