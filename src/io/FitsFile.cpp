@@ -283,10 +283,9 @@ std::optional<double> FitsFile::ReadHeaderDouble(const std::string& keyword) {
 void FitsFile::RequireClaimedPixels(const std::string& step) {
   const Shape shape = ReadImageShape();
   Check(HoldsPixels(*handle_, shape.naxes, ReadStorageType()) ? 0 : END_OF_FILE, step);
-  const bool isAddressable =
-      std::all_of(shape.naxes.begin(), shape.naxes.end(), [](std::int64_t length) {
-        return length <= std::numeric_limits<std::int32_t>::max();
-      });
+  const bool isAddressable = std::all_of(
+      shape.naxes.begin(), shape.naxes.end(),
+      [](std::int64_t length) { return length <= std::numeric_limits<std::int32_t>::max(); });
   Check(isAddressable ? 0 : BAD_NAXES, "Reading image size");
 }
 
@@ -351,15 +350,17 @@ void FitsFile::SetCard(const std::string& keyword, const std::string& card,
 
 void FitsFile::AppendCard(const std::string& card, const std::string& step) {
   std::string keyword = card.substr(0, 8);
-  std::transform(keyword.begin(), keyword.end(), keyword.begin(),
-                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+  std::transform(keyword.begin(), keyword.end(), keyword.begin(), [](char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+  });
   int status = 0;
   if (fits_test_keyword(keyword.c_str(), &status) == 0) {
     fits_write_record(handle_->file, card.c_str(), &status);
   } else {
     fits_clear_errmsg();
     status = 0;
-    fits_write_comment(handle_->file, card.c_str(), &status);
+    const std::string text = card.substr(0, card.find_last_not_of(' ') + 1);
+    fits_write_comment(handle_->file, text.c_str(), &status);
   }
   Check(status, step);
 }

@@ -12,7 +12,8 @@
 
 namespace project_lumen::io {
 
-// Does nothing for status 0; otherwise throws std::invalid_argument STEP + " failed for FITS image "
+// Does nothing for status 0; otherwise throws std::invalid_argument STEP + " failed for FITS image
+// "
 // + path + ": " + CFITSIO's text for the status.
 void CheckFitsStatus(int status, const std::string& step, const std::string& path);
 
@@ -44,7 +45,8 @@ class FitsFile {
 
   // --- Reading. HDUs are counted from 1; the functions speak of the current one. ---
 
-  // HDUs up to the first supported image, or to the end where there is none. Step "Inspecting HDUs".
+  // HDUs up to the first supported image, or to the end where there is none. Step "Inspecting
+  // HDUs".
   int CountHdus();
   // Why no further HDU is shown; CFITSIO's status, 0 when there is nothing to hide.
   [[nodiscard]] int HiddenHduStatus() const;
@@ -56,15 +58,15 @@ class FitsFile {
     std::vector<std::int64_t> naxes;
   };
   std::optional<Shape> FindImageShape();
-  Shape ReadImageShape();     // steps "Reading dimensions", "Reading image size"
-  int ReadStorageType();      // step "Reading storage type": BITPIX
-  int ReadEquivalentType();   // step "Reading image type"
+  Shape ReadImageShape();    // steps "Reading dimensions", "Reading image size"
+  int ReadStorageType();     // step "Reading storage type": BITPIX
+  int ReadEquivalentType();  // step "Reading image type"
   // All cards but END, 80 characters each. Steps "Inspecting header" and "Reading header".
   std::vector<std::string> ReadHeaderCards();
   // None when the keyword is missing or has no such value.
   std::optional<double> ReadHeaderDouble(const std::string& keyword);
 
-  // Throws "attempt to move past end of file" under `step` when the image that the header claims
+  // Throws "tried to move past end of file" under `step` when the image that the header claims
   // cannot be in the file: stored pixels need their bytes, compressed ones a share that the
   // compression methods cannot go below. Axes beyond 32 bits fail under "Reading image size".
   void RequireClaimedPixels(const std::string& step);

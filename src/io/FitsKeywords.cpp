@@ -27,8 +27,8 @@ constexpr std::string_view kStructuralKeywords[] = {
     // compressed images
     "zimage", "zcmptype", "zbitpix", "znaxis", "znaxis#", "ztile#", "zname#", "zval#", "zquantiz",
     "zdither0", "zscale", "zzero", "zblank", "zmaskcmp", "zsimple", "zextend", "zblocked",
-    "ztension", "zpcount", "zgcount", "zhecksum", "zdatasum", "ztheap", "zform#",
-    "zctyp#", "ztable", "ztilelen"};
+    "ztension", "zpcount", "zgcount", "zhecksum", "zdatasum", "ztheap", "zform#", "zctyp#",
+    "ztable", "ztilelen"};
 
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';

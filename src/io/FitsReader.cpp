@@ -77,9 +77,9 @@ std::string FormatText(const FitsImageInfo& info, const FitsFile::Shape& shape) 
 }
 
 void ReportHeader(const std::vector<std::string>& cards, const DiagnosticsSink& sink) {
-  constexpr std::array<const char*, 11> kReportedKeywords{
-      "bitpix", "naxis",   "naxis1",  "naxis2", "naxis3", "bscale",
-      "bzero",  "datamin", "datamax", "bunit",  "blank"};
+  constexpr std::array<const char*, 11> kReportedKeywords{"bitpix",  "naxis",  "naxis1", "naxis2",
+                                                          "naxis3",  "bscale", "bzero",  "datamin",
+                                                          "datamax", "bunit",  "blank"};
   for (const std::string keyword : kReportedKeywords) {
     std::string text;
     if (const std::string* card = FindCard(cards, keyword)) {
@@ -149,8 +149,8 @@ std::uint64_t BandSize(const FitsFile::Shape& shape, const std::vector<std::stri
   const auto rowLength = static_cast<std::uint64_t>(shape.naxes[0]);
   const std::string* card = FindCard(cards, "ztile2");
   const double tileHeight = card == nullptr ? 1.0 : CardNumber(*card).value_or(1.0);
-  const auto tileRows = static_cast<std::uint64_t>(
-      std::clamp(tileHeight, 1.0, static_cast<double>(shape.naxes[1])));
+  const auto tileRows =
+      static_cast<std::uint64_t>(std::clamp(tileHeight, 1.0, static_cast<double>(shape.naxes[1])));
   const std::uint64_t tileSize = tileRows * rowLength;
   return tileSize * std::max<std::uint64_t>(1, kBandSamples / tileSize);
 }
@@ -267,9 +267,9 @@ void ReportRanges(const PixelStatistics& statistics, double divisor, const Diagn
            DescribeRange(statistics.image, divisor) +
                " undefined=" + std::to_string(statistics.undefined));
   for (std::size_t i = 0; i < statistics.channels.size(); ++i) {
-    EmitInfo(sink, "channel_range",
-             "channel=" + std::to_string(i + 1) + " " +
-                 DescribeRange(statistics.channels[i], divisor));
+    EmitInfo(
+        sink, "channel_range",
+        "channel=" + std::to_string(i + 1) + " " + DescribeRange(statistics.channels[i], divisor));
   }
 }
 
@@ -386,9 +386,8 @@ FitsImage ReadFitsImage(const std::string& path, bool linear, const DiagnosticsS
   }
   result.image = reader.TakeImage();
   if (result.image.empty()) {
-    throw std::invalid_argument(
-        "Unsupported FITS cube dimensions in " + path +
-        ". Only 2D images and simple 3-channel RGB cubes are supported.");
+    throw std::invalid_argument("Unsupported FITS cube dimensions in " + path +
+                                ". Only 2D images and simple 3-channel RGB cubes are supported.");
   }
   file.Close();
   return result;

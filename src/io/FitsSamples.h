@@ -17,8 +17,8 @@ namespace project_lumen::io {
 // How samples of one role are stored: the source's storage with the scaling that the role gets, and
 // the factor between normalised samples and physical values.
 struct FitsStorage {
-  FitsImageInfo format;  // BITPIX, equivalent type, BSCALE and BZERO of the result
-  double white = 1.0;    // physical value of the normalised sample 1.0
+  FitsImageInfo format;     // BITPIX, equivalent type, BSCALE and BZERO of the result
+  double white = 1.0;       // physical value of the normalised sample 1.0
   bool hasScaling = false;  // BSCALE and BZERO are written
 
   [[nodiscard]] bool IsInteger() const { return format.bitpix > 0; }

@@ -28,8 +28,7 @@ void RequireIntegerScaling(const FitsImageInfo& info) {
 std::int64_t EncodeStorageValue(double physical, const FitsImageInfo& info, ClipCount& clips) {
   RequireIntegerScaling(info);
   const std::optional<ValueRange> limits = PhysicalLimits(info.equivalentType);
-  const double clamped =
-      limits ? std::clamp(physical, limits->minimum, limits->maximum) : physical;
+  const double clamped = limits ? std::clamp(physical, limits->minimum, limits->maximum) : physical;
   const double storage = (clamped - info.bzero) / info.bscale;
   if (!std::isfinite(storage)) {
     throw std::invalid_argument("Processed FITS value cannot be encoded in source storage units.");
@@ -51,7 +50,8 @@ double EncodeFloatValue(double physical, const FitsImageInfo& info) {
     throw std::invalid_argument("Processed FITS output contains a non-finite sample.");
   }
   const double scaled = (physical - info.bzero) / info.bscale;
-  const double stored = info.bitpix == -32 ? static_cast<double>(static_cast<float>(scaled)) : scaled;
+  const double stored =
+      info.bitpix == -32 ? static_cast<double>(static_cast<float>(scaled)) : scaled;
   if (!std::isfinite(stored)) {
     throw std::invalid_argument(
         "Processed FITS physical value exceeds the source floating-point format.");

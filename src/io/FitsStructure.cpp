@@ -109,9 +109,8 @@ Integer LastInteger(const Header& header, const std::string& name) {
 }
 
 bool HasTrue(const Header& header, const std::string& name) {
-  return std::any_of(header.cards.begin(), header.cards.end(), [&name](const Card& card) {
-    return card.name == name && card.value == "T";
-  });
+  return std::any_of(header.cards.begin(), header.cards.end(),
+                     [&name](const Card& card) { return card.name == name && card.value == "T"; });
 }
 
 Integer IntegerAt(const Header& header, std::size_t position, const std::string& name) {
@@ -134,8 +133,7 @@ std::vector<Integer> ArrayAxes(const Header& header) {
   const std::int64_t count = IntegerAt(header, 2, "NAXIS").value_or(0);
   std::vector<Integer> axes;
   for (std::int64_t i = 1; i <= count && i <= kMaximumAxes; ++i) {
-    axes.push_back(
-        IntegerAt(header, static_cast<std::size_t>(i) + 2, "NAXIS" + std::to_string(i)));
+    axes.push_back(IntegerAt(header, static_cast<std::size_t>(i) + 2, "NAXIS" + std::to_string(i)));
   }
   return axes;
 }
@@ -197,9 +195,8 @@ int RefusalStatus(const Header& header) {
   if (axisCount && !IsInside(axisCount, 0, kMaximumAxes)) {
     return BAD_NAXIS;
   }
-  for (std::size_t i = 3; i < header.cards.size() && axisCount &&
-                          i < 3 + static_cast<std::size_t>(*axisCount);
-       ++i) {
+  for (std::size_t i = 3;
+       i < header.cards.size() && axisCount && i < 3 + static_cast<std::size_t>(*axisCount); ++i) {
     if (!IsInside(ParseInteger(header.cards[i].value), 0, INT64_MAX)) {
       return BAD_NAXES;
     }
