@@ -388,11 +388,12 @@ TEST(ReadDisplayImage, UnsignedAndHalfPrecisionTiffOfOtherDepthsCannotBeDecoded)
 
 TEST(ReadDisplayImage, TiffPaletteIsExpanded) {
   TiffBuilder builder;
-  std::vector<std::uint64_t> map(3 * 256);
-  for (std::size_t i = 0; i < 256; ++i) {
+  constexpr std::size_t kColours = 256;
+  std::vector<std::uint64_t> map(3 * kColours);
+  for (std::size_t i = 0; i < kColours; ++i) {
     map[i] = i * 257;
-    map[256 + i] = (255 - i) * 257;
-    map[512 + i] = 7 * 257;
+    map[kColours + i] = (255 - i) * 257;
+    map[2 * kColours + i] = std::uint64_t{7} * 257;
   }
   builder.Add(256, TiffBuilder::kShort, {2})
       .Add(257, TiffBuilder::kShort, {1})

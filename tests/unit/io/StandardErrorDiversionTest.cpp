@@ -22,6 +22,7 @@ class StandardErrorDiversionTest : public testing::Test {
     ASSERT_EQ(write(STDERR_FILENO, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
   [[nodiscard]] std::string Arrived() const { return file_.Text(); }
+  static void Print(const char* text) { EXPECT_GE(std::fputs(text, stderr), 0); }
   static bool IsStandardErrorOpen() { return fcntl(STDERR_FILENO, F_GETFD) >= 0; }
   static int LowestFreeDescriptor() {
     const int descriptor = dup(STDOUT_FILENO);
@@ -62,17 +63,17 @@ TEST_F(StandardErrorDiversionTest, OnlyWhatIsWrittenOutsideItArrives) {
 
 TEST_F(StandardErrorDiversionTest, BufferedTextGoesWhereItWasMeantToGo) {
   std::array<char, 256> buffer{};
-  std::setvbuf(stderr, buffer.data(), _IOFBF, buffer.size());
-  std::fputs("before ", stderr);
+  ASSERT_EQ(std::setvbuf(stderr, buffer.data(), _IOFBF, buffer.size()), 0);
+  Print("before ");
   {
     const StandardErrorDiversion diversion;
-    std::fputs("inside ", stderr);
+    Print("inside ");
     std::cerr << "inside ";
     std::clog << "inside ";
   }
-  std::fputs("after", stderr);
-  std::fflush(stderr);
-  std::setvbuf(stderr, nullptr, _IONBF, 0);
+  Print("after");
+  ASSERT_EQ(std::fflush(stderr), 0);
+  ASSERT_EQ(std::setvbuf(stderr, nullptr, _IONBF, 0), 0);
   EXPECT_EQ(Arrived(), "before after");
 }
 
