@@ -85,18 +85,20 @@ TEST(RealModel, WithoutAGpuTheRefusalOfDirectMlIsReportedAndTheCpuTakesOver) {
                   "acceleration is unavailable for this run."));
 }
 
-TEST(RealModel, ACudaProviderThatCannotBeLoadedIsReportedFirst) {
+// Whether CUDA runs depends on the library and the machine; that it is not passed over in silence
+// does not.
+TEST(RealModel, CudaEitherRunsOrIsReportedFirst) {
   std::vector<std::string> messages;
   const ProviderPlatform platform{true, SystemProviderPlatform().runtimeAddress};
   const OnnxRuntimeBackend backend(
       TestFile("identity.onnx"), kWindow,
       [&messages](const std::string& text) { messages.push_back(text); }, true, platform);
-  EXPECT_EQ(backend.ProviderName(), "CPU execution provider");
-  EXPECT_THAT(messages,
-              ElementsAre(StartsWith("Warning: ONNX Runtime CUDA initialization/warmup failed; "
-                                     "trying the next provider. Provider detail: "),
-                          StartsWith("Warning: ONNX Runtime DirectML "),
-                          StartsWith("ONNX Runtime CPU fallback initialized successfully")));
+  const bool onCuda = backend.ProviderName() == "CUDA execution provider";
+  EXPECT_EQ(onCuda, messages.empty());
+  EXPECT_EQ(!onCuda,
+            !messages.empty() && messages.front().starts_with(
+                                     "Warning: ONNX Runtime CUDA initialization/warmup "
+                                     "failed; trying the next provider. Provider detail: "));
 }
 
 TEST(RealModel, IdentityGivesATileBack) {
