@@ -171,7 +171,9 @@ class PixelReader {
         layout_(LayoutOf(shape)),
         shape_(shape),
         image_(AllocateImage(shape, layout_, linear)) {
-    const std::uint64_t band = BandSize(shape, info.headerCards);
+    const std::vector<Run> runs = RunsOf(shape, layout_);
+    const auto band = static_cast<std::size_t>(
+        std::min(runs.front().count, BandSize(shape, info.headerCards)));
     values_.resize(band);
     isUndefined_.resize(isFloat_ ? 0 : band);
     statistics_.channels.resize(layout_ == Layout::kMono ? 1 : kColours);

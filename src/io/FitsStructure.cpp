@@ -18,10 +18,11 @@ constexpr std::size_t kBlockBytes = 2880;
 constexpr std::size_t kCardBytes = 80;
 // Far above any real header (800,000 cards); an endless one in a compressed file ends here.
 constexpr std::size_t kMaximumHeaderBytes = std::size_t{64} << 20U;
-constexpr std::int64_t kMaximumAxes = 99;             // CFITSIO's table of axis lengths
-constexpr std::int64_t kMaximumFields = 999;          // FITS standard 4.0, section 7.3.1
-constexpr std::int64_t kMaximumTiledAxes = 6;         // CFITSIO's limit
-constexpr std::int64_t kMaximumTilePixels = 1 << 30;  // CFITSIO counts them in an int
+constexpr std::int64_t kMaximumAxes = 99;              // CFITSIO's table of axis lengths
+constexpr std::int64_t kMaximumFields = 999;           // FITS standard 4.0, section 7.3.1
+constexpr std::int64_t kMaximumTiledAxes = 6;          // CFITSIO's limit
+constexpr std::int64_t kMaximumTilePixels = 1 << 30;   // CFITSIO counts them in an int
+constexpr std::int64_t kMaximumRiceSetting = 1 << 16;  // pixels a block; real files have 16 or 32
 
 using Integer = std::optional<std::int64_t>;
 
@@ -171,9 +172,19 @@ Integer DataBytes(const Header& header) {
                   LastInteger(header, "GCOUNT").value_or(1));
 }
 
+bool IsRiceCoded(const Header& header) {
+  return std::any_of(header.cards.begin(), header.cards.end(), [](const Card& card) {
+    return card.name == "ZCMPTYPE" && card.value.starts_with("RICE");
+  });
+}
+
 bool IsTilingSane(const Header& header) {
   constexpr std::int64_t kMaximum = INT64_MAX;
   bool isSane = AllInside(header, "ZNAXIS", 1, kMaximumTiledAxes);
+  if (IsRiceCoded(header)) {
+    isSane = isSane && AllInside(header, "ZVAL1", 1, kMaximumRiceSetting) &&
+             AllInside(header, "ZVAL2", 1, kMaximumRiceSetting);
+  }
   Integer imageBytes = sizeof(double);
   Integer tilePixels = 1;
   for (std::int64_t i = 1; i <= kMaximumTiledAxes; ++i) {

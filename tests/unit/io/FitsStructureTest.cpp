@@ -178,6 +178,15 @@ TEST(InspectFitsStructure, TilesWithoutASizeStayUnread) {
   }
 }
 
+TEST(InspectFitsStructure, RiceBlocksWithoutPixelsStayUnread) {
+  std::vector<std::string> cards = TiledCards();
+  cards.push_back(FitsCard("ZCMPTYPE", "'RICE_1  '"));
+  cards.push_back(FitsCard("ZVAL1", 32));
+  EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, 0);
+  cards.back() = FitsCard("ZVAL1", 0);
+  EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, kDecompressionError);
+}
+
 TEST(InspectFitsStructure, EveryCardOfARepeatedTileSizeCounts) {
   std::vector<std::string> cards = TiledCards();
   cards.insert(cards.begin() + 12, FitsCard("ZTILE2", 0));

@@ -1,0 +1,226 @@
+// Damaged and lying FITS files: each ends with the right image or with a message.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "io/FitsReader.h"
+#include "support/FitsBytes.h"
+#include "support/RecordedSink.h"
+#include "support/TemporaryFolder.h"
+
+namespace project_lumen::io {
+namespace {
+
+using test::ArrayCards;
+using test::FitsCard;
+using test::FitsHdu;
+using test::FitsImageHdu;
+using test::FitsTableHdu;
+
+template <typename T>
+std::vector<T> Ramp(std::size_t count, T step) {
+  std::vector<T> values(count);
+  for (std::size_t i = 1; i < count; ++i) {
+    values[i] = static_cast<T>(values[i - 1] + step);
+  }
+  return values;
+}
+
+std::string Deflate(const std::string& bytes) {
+  z_stream stream{};
+  deflateInit2(&stream, 9, Z_DEFLATED, 15 + 16, 9, Z_DEFAULT_STRATEGY);  // with a gzip header
+  std::string result(bytes.size() + 200, '\0');
+  std::string input = bytes;
+  stream.next_in = reinterpret_cast<Bytef*>(input.data());
+  stream.avail_in = static_cast<uInt>(input.size());
+  stream.next_out = reinterpret_cast<Bytef*>(result.data());
+  stream.avail_out = static_cast<uInt>(result.size());
+  deflate(&stream, Z_FINISH);
+  result.resize(stream.total_out);
+  deflateEnd(&stream);
+  return result;
+}
+
+// A tile-compressed image of 32-bit integers with one tile a row (FITS standard 4.0, chapter 10):
+// the table has one descriptor a row, the heap holds the tiles.
+std::string TiledHdu(const std::string& method, std::int64_t width,
+                     const std::vector<std::string>& tiles, const std::vector<std::string>& extra) {
+  std::vector<std::int32_t> descriptors;
+  std::string heap;
+  for (const std::string& tile : tiles) {
+    descriptors.push_back(static_cast<std::int32_t>(tile.size()));
+    descriptors.push_back(static_cast<std::int32_t>(heap.size()));
+    heap += tile;
+  }
+  const auto rows = static_cast<std::int64_t>(tiles.size());
+  std::vector<std::string> cards{FitsCard("XTENSION", "'BINTABLE'"),
+                                 FitsCard("BITPIX", 8),
+                                 FitsCard("NAXIS", 2),
+                                 FitsCard("NAXIS1", 8),
+                                 FitsCard("NAXIS2", rows),
+                                 FitsCard("PCOUNT", static_cast<std::int64_t>(heap.size())),
+                                 FitsCard("GCOUNT", 1),
+                                 FitsCard("TFIELDS", 1),
+                                 FitsCard("TTYPE1", "'COMPRESSED_DATA'"),
+                                 FitsCard("TFORM1", "'1PB     '"),
+                                 FitsCard("ZIMAGE", "T"),
+                                 FitsCard("ZBITPIX", 32),
+                                 FitsCard("ZNAXIS", 2),
+                                 FitsCard("ZNAXIS1", width),
+                                 FitsCard("ZNAXIS2", rows),
+                                 FitsCard("ZTILE1", width),
+                                 FitsCard("ZTILE2", 1),
+                                 FitsCard("ZCMPTYPE", "'" + method + "'")};
+  cards.insert(cards.end(), extra.begin(), extra.end());
+  return FitsHdu(cards, test::BigEndian(descriptors) + heap);
+}
+
+// Rice coding of a constant row of 32-bit integers: the first value, then the code 0 ("no
+// difference") in five bits for each block of 32 pixels.
+std::string ConstantRiceTile(std::int32_t value, std::size_t width) {
+  return test::BigEndian(std::vector<std::int32_t>{value}) +
+         std::string(((width + 31) / 32 * 5 + 7) / 8, '\0');
+}
+
+struct Sample {
+  std::string name;
+  std::string fileName;
+  std::string bytes;
+  std::size_t headerBytes;  // the bytes worth flipping
+};
+
+std::vector<Sample> MakeSamples() {
+  const std::string emptyPrimary = FitsHdu(ArrayCards(8, {}, {FitsCard("EXTEND", "T")}), "");
+  const std::string cube =
+      FitsImageHdu(16, {40, 30, 3}, Ramp<std::int16_t>(3600, 7),
+                   {FitsCard("BSCALE", 1), FitsCard("BZERO", 32768), FitsCard("BLANK", 32767)});
+  std::vector<std::string> riceTiles;
+  std::vector<std::string> gzipTiles;
+  for (std::int32_t row = 0; row < 20; ++row) {
+    riceTiles.push_back(ConstantRiceTile(row * 1000, 100));
+    gzipTiles.push_back(Deflate(test::BigEndian(Ramp<std::int32_t>(100, row))));
+  }
+  const std::string rice = TiledHdu("RICE_1", 100, riceTiles,
+                                    {FitsCard("ZNAME1", "'BLOCKSIZE'"), FitsCard("ZVAL1", 32),
+                                     FitsCard("ZNAME2", "'BYTEPIX '"), FitsCard("ZVAL2", 4)});
+  return {
+      {"Bytes", "a.fits", FitsImageHdu(8, {100, 90}, Ramp<std::uint8_t>(9000, 3)), 2880},
+      {"Cube", "a.fits", cube, 2880},
+      {"Floats", "a.fits",
+       FitsImageHdu(-32, {50, 60}, std::vector<float>(3000, 0.25F),
+                    {FitsCard("DATAMIN", "0.25"), FitsCard("DATAMAX", "0.25")}),
+       2880},
+      {"Longs", "a.fits", FitsImageHdu(64, {30, 40}, Ramp<std::int64_t>(1200, 1LL << 50)), 2880},
+      {"Interleaved", "a.fits", FitsImageHdu(-64, {3, 20, 30}, std::vector<double>(1800, 0.5)),
+       2880},
+      {"Extension", "a.fits",
+       emptyPrimary + FitsTableHdu() +
+           FitsImageHdu(32, {40, 40}, Ramp<std::int32_t>(1600, 999), {}, true),
+       emptyPrimary.size() + FitsTableHdu().size() + 2880},
+      {"Rice", "a.fits", emptyPrimary + rice, emptyPrimary.size() + 2880},
+      {"TiledGzip", "a.fits", emptyPrimary + TiledHdu("GZIP_1", 100, gzipTiles, {}),
+       emptyPrimary.size() + 2880},
+      {"Gzip", "a.fits.gz", Deflate(cube), 300}};
+}
+
+class FitsHostileInputTest : public testing::TestWithParam<Sample> {
+ protected:
+  void SetUp() override { test::WriteFileBytes(Path(), GetParam().bytes); }
+
+  [[nodiscard]] std::string Path() const { return folder_.Path(GetParam().fileName); }
+
+  // Changes one byte where it lies; writing the file anew each time would take minutes.
+  void Put(std::size_t position, char byte) const {
+    std::fstream file(Path(), std::ios::binary | std::ios::in | std::ios::out);
+    file.seekp(static_cast<std::streamoff>(position));
+    file.put(byte);
+  }
+
+  // The image; none when the reader threw its kind of exception with a message.
+  [[nodiscard]] std::optional<cv::Mat> Read(bool linear) const {
+    const test::RecordedSink sink;
+    try {
+      return ReadFitsImage(Path(), linear, sink.Sink()).image;
+    } catch (const std::invalid_argument& error) {
+      EXPECT_THAT(std::string(error.what()), testing::HasSubstr("FITS"));
+      return std::nullopt;
+    }
+  }
+
+  // Reads the file with one byte exchanged.
+  void ReadWith(std::size_t position, char byte, bool linear) const {
+    Put(position, byte);
+    const std::optional<cv::Mat> image = Read(linear);
+    EXPECT_TRUE(!image || image->total() < 1000000)
+        << "byte " << position << " is " << static_cast<int>(byte);
+    Put(position, GetParam().bytes[position]);
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+bool AreEqual(const cv::Mat& a, const cv::Mat& b) {
+  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
+}
+
+TEST_P(FitsHostileInputTest, TheWholeFileIsRead) {
+  EXPECT_TRUE(Read(true).has_value());
+  EXPECT_TRUE(Read(false).has_value());
+}
+
+TEST_P(FitsHostileInputTest, CutAtEveryBlockAndAt200PlacesItIsRightOrRefused) {
+  const std::size_t size = GetParam().bytes.size();
+  const cv::Mat whole = *Read(true);
+  std::vector<std::size_t> lengths;
+  for (std::size_t length = 0; length < size; length += test::kFitsBlock) {
+    lengths.push_back(length);
+  }
+  std::mt19937 random(1);
+  for (int i = 0; i < 200; ++i) {
+    lengths.push_back(random() % size);
+  }
+  std::sort(lengths.begin(), lengths.end(), std::greater<>());
+  for (const std::size_t length : lengths) {
+    std::filesystem::resize_file(Path(), length);
+    const std::optional<cv::Mat> image = Read(true);
+    EXPECT_TRUE(!image || AreEqual(*image, whole)) << "cut to " << length;
+    EXPECT_FALSE(image && length < GetParam().headerBytes) << "cut to " << length;
+  }
+}
+
+TEST_P(FitsHostileInputTest, WithAnyByteOfTheHeaderFlippedItIsReadOrRefused) {
+  const std::string& bytes = GetParam().bytes;
+  for (const int mask : {0x01, 0x10, 0xFF}) {
+    for (std::size_t i = 0; i < std::min(GetParam().headerBytes, bytes.size()); ++i) {
+      ReadWith(i, static_cast<char>(bytes[i] ^ mask), (i & 1U) != 0);
+    }
+  }
+}
+
+// Printable damage reaches the parsers of values, which control characters do not.
+TEST_P(FitsHostileInputTest, WithAnyCharacterOfItsCardsExchangedItIsReadOrRefused) {
+  const std::string& bytes = GetParam().bytes;
+  for (const char replacement : {'0', '9', '-', '\'', 'E'}) {
+    for (std::size_t i = 0; i < std::min(GetParam().headerBytes, bytes.size()); ++i) {
+      ReadWith(i, replacement, true);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Made, FitsHostileInputTest, testing::ValuesIn(MakeSamples()),
+                         [](const auto& sample) { return sample.param.name; });
+
+}  // namespace
+}  // namespace project_lumen::io
