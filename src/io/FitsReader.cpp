@@ -172,8 +172,8 @@ class PixelReader {
         shape_(shape),
         image_(AllocateImage(shape, layout_, linear)) {
     const std::vector<Run> runs = RunsOf(shape, layout_);
-    const auto band = static_cast<std::size_t>(
-        std::min(runs.front().count, BandSize(shape, info.headerCards)));
+    const auto band =
+        static_cast<std::size_t>(std::min(runs.front().count, BandSize(shape, info.headerCards)));
     values_.resize(band);
     isUndefined_.resize(isFloat_ ? 0 : band);
     statistics_.channels.resize(layout_ == Layout::kMono ? 1 : kColours);
