@@ -21,116 +21,117 @@ class OptionTable {
  public:
   // The parser lists its arguments last come first, so they are added from the end of the table.
   explicit OptionTable(TCLAP::CmdLine& parser) {
-    const std::array<TCLAP::Arg*, 15> table = {&input,
-                                               &output,
-                                               &mask,
-                                               &unscreen,
-                                               &weights,
-                                               &stride,
-                                               &shadowsClipping,
-                                               &targetBackground,
-                                               &upsample,
-                                               &linear,
-                                               &quiet,
-                                               &disableHighlights,
-                                               &machineInfo,
-                                               &checkUpdates,
-                                               &machineProgress};
-    for (auto argument = table.rbegin(); argument != table.rend(); ++argument) {
-      parser.add(*argument);
-    }
+    const std::array<TCLAP::Arg*, 15> table = {&input_,
+                                               &output_,
+                                               &mask_,
+                                               &unscreen_,
+                                               &weights_,
+                                               &stride_,
+                                               &shadowsClipping_,
+                                               &targetBackground_,
+                                               &upsample_,
+                                               &linear_,
+                                               &quiet_,
+                                               &disableHighlights_,
+                                               &machineInfo_,
+                                               &checkUpdates_,
+                                               &machineProgress_};
+    std::for_each(table.rbegin(), table.rend(),
+                  [&parser](TCLAP::Arg* argument) { parser.add(argument); });
   }
 
   [[nodiscard]] ParsedCommandLine Values() {
     ParsedCommandLine result;
-    result.options = {.inputPath = input.getValue(),
-                      .outputPath = output.getValue(),
-                      .maskPath = mask.getValue(),
-                      .unscreenPath = unscreen.getValue(),
-                      .stride = stride.getValue(),
-                      .weightsPath = weights.getValue(),
-                      .upsample = upsample.getValue(),
-                      .quiet = quiet.getValue(),
-                      .protectHighlights = !disableHighlights.getValue(),
-                      .machineProgress = machineProgress.getValue(),
-                      .linear = linear.getValue(),
-                      .shadowsClipping = shadowsClipping.getValue(),
-                      .targetBackground = targetBackground.getValue()};
-    result.linearTuningGiven = shadowsClipping.isSet() || targetBackground.isSet();
+    result.options = {.inputPath = input_.getValue(),
+                      .outputPath = output_.getValue(),
+                      .maskPath = mask_.getValue(),
+                      .unscreenPath = unscreen_.getValue(),
+                      .stride = stride_.getValue(),
+                      .weightsPath = weights_.getValue(),
+                      .upsample = upsample_.getValue(),
+                      .quiet = quiet_.getValue(),
+                      .protectHighlights = !disableHighlights_.getValue(),
+                      .machineProgress = machineProgress_.getValue(),
+                      .linear = linear_.getValue(),
+                      .shadowsClipping = shadowsClipping_.getValue(),
+                      .targetBackground = targetBackground_.getValue()};
+    result.linearTuningGiven = shadowsClipping_.isSet() || targetBackground_.isSet();
     return result;
   }
 
  private:
-  const RunOptions defaults;
+  const RunOptions defaults_;
 
-  ValueArg<std::string> input{
+  ValueArg<std::string> input_{
       "i",
       "input",
       "Input image filename. Recommended: TIFF/TIF, PNG, or supported FITS.",
       true,
-      defaults.inputPath,
+      defaults_.inputPath,
       "string"};
-  ValueArg<std::string> output{"o",
-                               "output",
-                               "Output image filename. See Outputs below for sample-type policy.",
-                               false,
-                               defaults.outputPath,
-                               "string"};
-  ValueArg<std::string> mask{"m",
-                             "mask",
-                             "Optional mask output filename. Disabled unless provided. See Outputs "
-                             "below for sample-type policy.",
-                             false,
-                             defaults.maskPath,
-                             "string"};
-  ValueArg<std::string> unscreen{
+  ValueArg<std::string> output_{"o",
+                                "output",
+                                "Output image filename. See Outputs below for sample-type policy.",
+                                false,
+                                defaults_.outputPath,
+                                "string"};
+  ValueArg<std::string> mask_{
+      "m",
+      "mask",
+      "Optional mask output filename. Disabled unless provided. See Outputs "
+      "below for sample-type policy.",
+      false,
+      defaults_.maskPath,
+      "string"};
+  ValueArg<std::string> unscreen_{
       "n",
       "unscreen",
       "Unscreen star-layer output filename. See Outputs below for sample-type policy.",
       false,
-      defaults.unscreenPath,
+      defaults_.unscreenPath,
       "string"};
-  ValueArg<std::string> weights{"w",
-                                "weights",
-                                "Override path to the model checkpoint (optional)",
-                                false,
-                                defaults.weightsPath,
-                                "string"};
-  ValueArg<int> stride{"s",   "stride",        "Stride value. Must be even and between 2 and 512.",
-                       false, defaults.stride, "int"};
-  ValueArg<double> shadowsClipping{
+  ValueArg<std::string> weights_{"w",
+                                 "weights",
+                                 "Override path to the model checkpoint (optional)",
+                                 false,
+                                 defaults_.weightsPath,
+                                 "string"};
+  ValueArg<int> stride_{
+      "s",   "stride",         "Stride value. Must be even and between 2 and 512.",
+      false, defaults_.stride, "int"};
+  ValueArg<double> shadowsClipping_{
       "",
       "shadows-clipping",
       "Linear MTF shadows-clipping factor in normalized MAD units. Must be negative.",
       false,
-      defaults.shadowsClipping,
+      defaults_.shadowsClipping,
       "number"};
-  ValueArg<double> targetBackground{
+  ValueArg<double> targetBackground_{
       "",
       "target-background",
       "Linear MTF target background. Must be strictly between 0 and 1.",
       false,
-      defaults.targetBackground,
+      defaults_.targetBackground,
       "number"};
-  SwitchArg upsample{"u", "upsample", "Use intermediate 2x upsampling", defaults.upsample};
-  SwitchArg linear{
+  SwitchArg upsample_{"u", "upsample", "Use intermediate 2x upsampling", defaults_.upsample};
+  SwitchArg linear_{
       "", "linear",
       "Brighten linear images with per-channel MTF (midtones transfer function) for neural "
       "processing, then reverse the stretch and restore clipped shadows. Fixed sample-format "
       "scaling only; values above 1 are clipped with a warning.",
-      defaults.linear};
-  SwitchArg quiet{"q", "quiet", "Suppress routine output (warnings and errors remain visible)",
-                  defaults.quiet};
-  SwitchArg disableHighlights{
+      defaults_.linear};
+  SwitchArg quiet_{"q", "quiet", "Suppress routine output (warnings and errors remain visible)",
+                   defaults_.quiet};
+  SwitchArg disableHighlights_{
       "d", "disable-highlights-protection",
       "Disable starless output highlight protection for comparison or troubleshooting.", false};
-  SwitchArg machineInfo{"", "machine-info",
-                        "Print machine-readable product information as JSON and exit.", false};
-  SwitchArg checkUpdates{"", "check-updates", "Check the latest Nebulex2 CLI version and exit.",
-                         false};
-  SwitchArg machineProgress{"", "machine-progress",
-                            "Print machine-readable progress events as JSON Lines.",
-                            defaults.machineProgress};
+  SwitchArg machineInfo_{"", "machine-info",
+                         "Print machine-readable product information as JSON and exit.", false};
+  SwitchArg checkUpdates_{"", "check-updates", "Check the latest Nebulex2 CLI version and exit.",
+                          false};
+  SwitchArg machineProgress_{"", "machine-progress",
+                             "Print machine-readable progress events as JSON Lines.",
+                             defaults_.machineProgress};
 };
 
 }  // namespace

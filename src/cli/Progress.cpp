@@ -22,19 +22,18 @@ std::string FormatPercent(double percent) {
 
 void WriteInferenceEvent(std::ostream& stream, std::string_view event, int current, int total,
                          std::string_view percent, std::string_view rest) {
-  stream << "{\"schema\":";
+  stream << R"({"schema":)";
   WriteJsonString(stream, kProgressSchema);
-  stream << ",\"event\":";
+  stream << R"(,"event":)";
   WriteJsonString(stream, event);
-  stream << ",\"stage\":\"inference\",\"current\":" << std::to_string(current)
-         << ",\"total\":" << std::to_string(total) << ",\"percent\":" << percent << rest << "}"
-         << std::endl;
+  stream << R"(,"stage":"inference","current":)" << std::to_string(current) << R"(,"total":)"
+         << std::to_string(total) << R"(,"percent":)" << percent << rest << "}" << std::endl;
 }
 
 void ReportToHost(std::ostream& stream, int current, int total, const std::string& percent) {
   WriteInferenceEvent(stream, current == 0 ? "start" : "progress", current, total, percent, "");
   if (current == total) {
-    WriteInferenceEvent(stream, "finish", total, total, "100.0", ",\"ok\":true");
+    WriteInferenceEvent(stream, "finish", total, total, "100.0", R"(,"ok":true)");
   }
 }
 
@@ -58,7 +57,7 @@ bool ReportProgress(const ProgressReporter& reporter, int current, int total) {
 }
 
 void WriteErrorEvent(std::ostream& stream, std::string_view message) {
-  stream << "{\"schema\":";
+  stream << R"({"schema":)";
   WriteJsonString(stream, kProgressSchema);
   stream << R"(,"event":"error","stage":"processing","ok":false,"message":)";
   WriteJsonString(stream, message);

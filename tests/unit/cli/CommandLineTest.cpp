@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -168,6 +169,48 @@ TEST(ParseCommandLine, UsageListsTheOptionsInTheOrderOfTheTable) {
     const std::size_t found = std::min(at, marked);
     ASSERT_NE(found, std::string::npos) << option;
     previous = found;
+  }
+}
+
+// The usage wraps its lines, so texts are compared with single blanks between words.
+std::string SingleSpaced(const std::string& text) {
+  std::istringstream words(text);
+  std::string result;
+  for (std::string word; words >> word;) {
+    result += (result.empty() ? "" : " ") + word;
+  }
+  return result;
+}
+
+TEST(ParseCommandLine, UsageDescribesEveryOption) {
+  testing::internal::CaptureStdout();
+  EXPECT_THROW(Parse({"--help"}), ExitRequest);
+  const std::string help = SingleSpaced(testing::internal::GetCapturedStdout());
+  for (const char* description :
+       {"--input <string> (required) Input image filename. Recommended: TIFF/TIF, PNG, or "
+        "supported FITS.",
+        "--output <string> Output image filename. See Outputs below for sample-type policy.",
+        "--mask <string> Optional mask output filename. Disabled unless provided. See Outputs "
+        "below for sample-type policy.",
+        "--unscreen <string> Unscreen star-layer output filename. See Outputs below for "
+        "sample-type policy.",
+        "--weights <string> Override path to the model checkpoint (optional)",
+        "--stride <int> Stride value. Must be even and between 2 and 512.",
+        "--shadows-clipping <number> Linear MTF shadows-clipping factor in normalized MAD units. "
+        "Must be negative.",
+        "--target-background <number> Linear MTF target background. Must be strictly between 0 "
+        "and 1.",
+        "--upsample Use intermediate 2x upsampling",
+        "--linear Brighten linear images with per-channel MTF (midtones transfer function) for "
+        "neural processing, then reverse the stretch and restore clipped shadows. Fixed "
+        "sample-format scaling only; values above 1 are clipped with a warning.",
+        "--quiet Suppress routine output (warnings and errors remain visible)",
+        "--disable-highlights-protection Disable starless output highlight protection for "
+        "comparison or troubleshooting.",
+        "--machine-info Print machine-readable product information as JSON and exit.",
+        "--check-updates Check the latest Nebulex2 CLI version and exit.",
+        "--machine-progress Print machine-readable progress events as JSON Lines."}) {
+    EXPECT_NE(help.find(description), std::string::npos) << description;
   }
 }
 
