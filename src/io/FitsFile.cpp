@@ -16,6 +16,7 @@
 
 #include "common/PathSuffix.h"
 #include "io/FitsStructure.h"
+#include "io/FitsTiles.h"
 #include "io/GzipFile.h"
 
 namespace project_lumen::io {
@@ -108,24 +109,27 @@ struct FitsFile::Handle {
   std::size_t memorySize = 0;
 };
 
-bool FitsFile::HoldsPixels(const Handle& handle, const std::vector<std::int64_t>& axes,
-                           int bitpix) {
+int FitsFile::FindPixelProblem(const Handle& handle, const std::vector<std::int64_t>& axes,
+                               int bitpix) {
   std::uint64_t pixels = 1;
   for (const std::int64_t length : axes) {
     if (length < 0 || __builtin_mul_overflow(pixels, static_cast<std::uint64_t>(length), &pixels)) {
-      return false;
+      return END_OF_FILE;
     }
   }
   int status = 0;
   LONGLONG dataStart = 0;
   fits_get_hduaddrll(handle.file, nullptr, &dataStart, nullptr, &status);
-  CheckFitsStatus(status, "Reading image size", handle.path);
+  if (status != 0) {
+    return status;
+  }
   const auto start = static_cast<std::uint64_t>(std::max<LONGLONG>(dataStart, 0));
   const std::uint64_t held = handle.size - std::min(handle.size, start);
   if (fits_is_compressed_image(handle.file, &status) != 0) {
-    return pixels / PixelsPerCompressedByte(handle.file) <= held;
+    const bool isPossible = pixels / PixelsPerCompressedByte(handle.file) <= held;
+    return isPossible ? FindTileProblem(handle.file, held) : END_OF_FILE;
   }
-  return pixels <= held / static_cast<std::uint64_t>(std::abs(bitpix) / 8);
+  return pixels <= held / static_cast<std::uint64_t>(std::abs(bitpix) / 8) ? 0 : END_OF_FILE;
 }
 
 FitsFile::FitsFile(std::unique_ptr<Handle> handle) : handle_(std::move(handle)) {}
@@ -280,9 +284,9 @@ std::optional<double> FitsFile::ReadHeaderDouble(const std::string& keyword) {
   return value;
 }
 
-void FitsFile::RequireClaimedPixels(const std::string& step) {
+void FitsFile::RequirePixels(const std::string& step) {
   const Shape shape = ReadImageShape();
-  Check(HoldsPixels(*handle_, shape.naxes, ReadStorageType()) ? 0 : END_OF_FILE, step);
+  Check(FindPixelProblem(*handle_, shape.naxes, ReadStorageType()), step);
   const bool isAddressable = std::all_of(
       shape.naxes.begin(), shape.naxes.end(),
       [](std::int64_t length) { return length <= std::numeric_limits<std::int32_t>::max(); });

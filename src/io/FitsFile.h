@@ -68,8 +68,9 @@ class FitsFile {
 
   // Throws "tried to move past end of file" under `step` when the image that the header claims
   // cannot be in the file: stored pixels need their bytes, compressed ones a share that the
-  // compression methods cannot go below. Axes beyond 32 bits fail under "Reading image size".
-  void RequireClaimedPixels(const std::string& step);
+  // compression methods cannot go below. Compressed tiles must also be sound. Axes beyond 32 bits
+  // fail under "Reading image size". Nothing of the image's size is allocated.
+  void RequirePixels(const std::string& step);
 
   // Physical values of consecutive pixels from `first` (counted from 0); blank integers go
   // unnoticed, NaN stays NaN.
@@ -105,7 +106,8 @@ class FitsFile {
  private:
   struct Handle;
   explicit FitsFile(std::unique_ptr<Handle> handle);
-  static bool HoldsPixels(const Handle& handle, const std::vector<std::int64_t>& axes, int bitpix);
+  static int FindPixelProblem(const Handle& handle, const std::vector<std::int64_t>& axes,
+                              int bitpix);
   std::unique_ptr<Handle> handle_;
 };
 

@@ -365,7 +365,7 @@ FitsImage ReadFitsImage(const std::string& path, bool linear, const DiagnosticsS
   EmitInfo(sink, "input_format", FormatText(info, shape));
   ReportHeader(info.headerCards, sink);
 
-  file.RequireClaimedPixels(kReadStep);
+  file.RequirePixels(kReadStep);
   PixelReader reader(file, info, shape, linear);
   reader.ReadAll();
   const RangeStatistics& samples = reader.Statistics().image;

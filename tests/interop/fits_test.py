@@ -126,7 +126,8 @@ def sources():
 
 def read_cards(path):
     """The cards of the primary header as they lie in the file."""
-    content = open(path, "rb").read()
+    with open(path, "rb") as file:
+        content = file.read()
     cards = []
     for start in range(0, len(content), 80):
         text = content[start : start + 80].decode("ascii")
