@@ -11,7 +11,13 @@ execute_process(COMMAND "${CMAKE_COMMAND}" --install "${build}" --prefix "${firs
   OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 file(RENAME "${first}" "${second}")
 
-set(expected "bin/nebulex2" "lib/nebulex2/Nebulex2_weights.onnx")
+set(expected
+  "bin/nebulex2"
+  "lib/nebulex2/Nebulex2_weights.onnx"
+  "share/bash-completion/completions/nebulex2"
+  "share/fish/vendor_completions.d/nebulex2.fish"
+  "share/man/man1/nebulex2.1"
+  "share/zsh/site-functions/_nebulex2")
 foreach(library IN LISTS libraries)
   list(APPEND expected "bin/${library}")
 endforeach()

@@ -1,0 +1,28 @@
+# nebulex_interface_files(TARGET)
+#
+# Makes and installs the manual page and the shell completions of the executable TARGET. They are
+# made from what the program says of itself, so the two cannot disagree.
+function(nebulex_interface_files target)
+  set(share "${PROJECT_BINARY_DIR}/share")
+  set(man "${share}/man/man1/nebulex2.1")
+  set(bash "${share}/bash-completion/completions/nebulex2")
+  set(zsh "${share}/zsh/site-functions/_nebulex2")
+  set(fish "${share}/fish/vendor_completions.d/nebulex2.fish")
+  set(script "${PROJECT_SOURCE_DIR}/cmake/GenerateInterfaceFiles.cmake")
+  set(template "${PROJECT_SOURCE_DIR}/docs/nebulex2.1.in")
+
+  add_custom_command(
+    OUTPUT "${man}" "${bash}" "${zsh}" "${fish}"
+    COMMAND "${CMAKE_COMMAND}"
+      -D "program=$<TARGET_FILE:${target}>" -D "man_template=${template}" -D "man=${man}"
+      -D "bash=${bash}" -D "zsh=${zsh}" -D "fish=${fish}" -P "${script}"
+    DEPENDS ${target} "${script}" "${template}"
+    COMMENT "Making the manual page and the shell completions"
+    VERBATIM)
+  add_custom_target(${target}_interface_files ALL DEPENDS "${man}" "${bash}" "${zsh}" "${fish}")
+
+  install(FILES "${man}" DESTINATION share/man/man1)
+  install(FILES "${bash}" DESTINATION share/bash-completion/completions)
+  install(FILES "${zsh}" DESTINATION share/zsh/site-functions)
+  install(FILES "${fish}" DESTINATION share/fish/vendor_completions.d)
+endfunction()
