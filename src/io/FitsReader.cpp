@@ -134,11 +134,11 @@ cv::Mat AllocateImage(const FitsFile::Shape& shape, Layout layout, bool linear) 
   const int depth = linear ? CV_64F : CV_32F;
   switch (layout) {
     case Layout::kMono:
-      return {length(1), length(0), CV_MAKETYPE(depth, 1)};
+      return cv::Mat(length(1), length(0), CV_MAKETYPE(depth, 1));
     case Layout::kPlanarRgb:
-      return {length(1), length(0), CV_MAKETYPE(depth, 3)};
+      return cv::Mat(length(1), length(0), CV_MAKETYPE(depth, 3));
     case Layout::kInterleavedRgb:
-      return {length(2), length(1), CV_MAKETYPE(depth, 3)};
+      return cv::Mat(length(2), length(1), CV_MAKETYPE(depth, 3));
     default:
       return {};
   }

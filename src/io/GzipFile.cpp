@@ -24,7 +24,7 @@ struct CloseGzip {
 using GzipHandle = std::unique_ptr<gzFile_s, CloseGzip>;
 
 struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+  void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
 };
 using FileHandle = std::unique_ptr<std::FILE, CloseFile>;
 
@@ -50,8 +50,7 @@ struct GzipContent::Stream {
   GzipHandle file;
 };
 
-GzipContent::GzipContent(const std::string& path)
-    : stream_(std::make_unique<Stream>()), largestContent_(0) {
+GzipContent::GzipContent(const std::string& path) : stream_(std::make_unique<Stream>()) {
   stream_->file.reset(gzopen(path.c_str(), "rb"));
   std::error_code error;
   const std::uintmax_t size = std::filesystem::file_size(path, error);
@@ -63,7 +62,7 @@ GzipContent::~GzipContent() = default;
 std::size_t GzipContent::Append(std::uint64_t count) {
   const std::size_t before = content_.size();
   for (std::uint64_t left = count; left != 0 && stream_->file != nullptr;) {
-    const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kChunkBytes));
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kChunkBytes));
     const std::size_t end = content_.size();
     content_.resize(end + wanted);
     const int got =

@@ -35,7 +35,7 @@ class GzipContent : public SequentialBytes {
 
   std::unique_ptr<Stream> stream_;
   std::vector<char> content_;
-  std::uint64_t largestContent_;
+  std::uint64_t largestContent_ = 0;
 };
 
 // Replaces the file by its gzip-compressed form. Throws std::system_error with the system's reason;
