@@ -263,7 +263,7 @@ ClipCount WritePixels(FitsFile& file, const Output& output) {
 void WriteExtrema(FitsFile& file, const Output& output) {
   double minimum = std::numeric_limits<double>::infinity();
   double maximum = -minimum;
-  std::uint64_t total = static_cast<std::uint64_t>(output.planes);
+  auto total = static_cast<std::uint64_t>(output.planes);
   total *= output.image.total();
   std::vector<double> band(static_cast<std::size_t>(std::min(total, kBandSamples)));
   for (std::uint64_t first = 0; first < total; first += band.size()) {

@@ -93,11 +93,11 @@ std::string ExtensionOf(const std::string& path) {
 
 std::string CreateTemporaryFile(const std::string& target) {
   static unsigned counter = 0;
-  const std::string folder = FolderOf(target);
+  const std::string prefix = FolderOf(target) + "/.nebulex2-" + std::to_string(getpid()) + "-";
   const std::string extension = ExtensionOf(target);
   for (;;) {
-    std::string path = folder + "/.nebulex2-" + std::to_string(getpid()) + "-" +
-                       std::to_string(counter++) + extension;
+    std::string path = prefix;
+    path.append(std::to_string(counter++)).append(extension);
     const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file.Get() >= 0) {
       return path;
