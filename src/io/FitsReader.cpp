@@ -132,16 +132,21 @@ std::vector<Run> RunsOf(const FitsFile::Shape& shape, Layout layout) {
 cv::Mat AllocateImage(const FitsFile::Shape& shape, Layout layout, bool linear) {
   const auto length = [&shape](std::size_t axis) { return static_cast<int>(shape.naxes[axis]); };
   const int depth = linear ? CV_64F : CV_32F;
+  cv::Mat image;
   switch (layout) {
     case Layout::kMono:
-      return cv::Mat(length(1), length(0), CV_MAKETYPE(depth, 1));
+      image.create(length(1), length(0), CV_MAKETYPE(depth, 1));
+      break;
     case Layout::kPlanarRgb:
-      return cv::Mat(length(1), length(0), CV_MAKETYPE(depth, 3));
+      image.create(length(1), length(0), CV_MAKETYPE(depth, 3));
+      break;
     case Layout::kInterleavedRgb:
-      return cv::Mat(length(2), length(1), CV_MAKETYPE(depth, 3));
+      image.create(length(2), length(1), CV_MAKETYPE(depth, 3));
+      break;
     default:
-      return {};
+      break;
   }
+  return image;
 }
 
 // Samples to read at once: whole rows, and whole rows of tiles, so that no tile is inflated twice.
