@@ -1,0 +1,155 @@
+"""Galaxies, from large spirals to the small resolved ones of a cluster. All of them stay."""
+
+import torch
+
+from .fields import unit_grid, warped_field
+
+_OLD_LIGHT = (1.00, 0.80, 0.58)
+_YOUNG_LIGHT = (0.62, 0.80, 1.00)
+_STAMP = 64  # pixels, the side of the square that a small galaxy is drawn in
+
+
+def large_galaxies(dice, batch, size, share=0.22):
+    """batch x 3 x size x size light of one large galaxy in that share of the scenes."""
+    light = torch.zeros(batch, 3, size, size, device=dice.device)
+    chosen = torch.nonzero(dice.chance(share, batch))[:, 0]
+    if chosen.numel():
+        light[chosen] = _spiral(dice, chosen.numel(), size)
+    return light
+
+
+def _sersic(radius, index):
+    """The profile of Sersic (1963), 1 at one half-light radius; b after Ciotti & Bertin (1999)."""
+    b = 2.0 * index - 1.0 / 3.0 + 0.0098765 / index
+    return torch.exp(-b * ((radius + 1e-4) ** (1.0 / index) - 1.0))
+
+
+def _colour(dice, batch, base, spread):
+    colour = torch.tensor(base, device=dice.device)[None]
+    return (colour * torch.exp(spread * dice.normal(batch, 3)))[:, :, None, None]
+
+
+def _spiral(dice, batch, size):
+    """A bulge, a disc with arms, knots and lanes of dust; discs without arms and ellipticals too."""
+    rows, columns = unit_grid(size, dice.device)
+    row = rows - dice.uniform(-0.8, 0.8, batch, 1, 1)
+    column = columns - dice.uniform(-0.8, 0.8, batch, 1, 1)
+    angle = dice.uniform(0.0, 3.1416, batch, 1, 1)
+    along = column * torch.cos(angle) + row * torch.sin(angle)
+    across = row * torch.cos(angle) - column * torch.sin(angle)
+    tilt = dice.uniform(0.12, 1.0, batch, 1, 1)
+    scale = dice.log_uniform(0.05, 0.8, batch, 1, 1)
+    x, y = along / scale, across / (scale * tilt)
+    radius = torch.sqrt(x**2 + y**2)
+    azimuth = torch.atan2(y, x)
+
+    arms = dice.integers(2, 5, batch).float()[:, None, None]
+    winding = dice.uniform(2.0, 6.0, batch, 1, 1) * torch.sign(dice.normal(batch, 1, 1))
+    rough = warped_field(
+        dice, dice.uniform(2.6, 3.4, batch), size, torch.full((batch,), 0.02, device=dice.device)
+    ).clamp(-3.0, 3.0)
+    phase = arms * azimuth - winding * torch.log(radius + 0.05) + 0.6 * rough
+    arm_strength = dice.chance(0.75, batch, 1, 1) * dice.uniform(0.2, 0.95, batch, 1, 1)
+    pattern = 1.0 + arm_strength * torch.cos(phase)
+    texture = torch.exp(dice.uniform(0.05, 0.6, batch, 1, 1) * rough)
+    disc = _sersic(radius, torch.ones_like(tilt)) * pattern * texture
+    bulge_size = dice.uniform(0.08, 0.4, batch, 1, 1)
+    bulge_flat = torch.maximum(tilt, torch.full_like(tilt, 0.6))
+    bulge_radius = torch.sqrt(along**2 + (across / bulge_flat) ** 2) / (scale * bulge_size)
+    bulge = _sersic(bulge_radius.clamp(min=0.02), dice.uniform(1.0, 4.0, batch, 1, 1))
+
+    # Young clusters and glowing gas line the arms, dust lies along their inner edge.
+    regions = torch.relu(rough - 1.2) * torch.relu(torch.cos(phase)) * (radius < 3.0)
+    lane = torch.exp(-4.0 * (torch.cos(phase + 1.2) - 1.0).abs()) * torch.exp(0.5 * rough)
+    dust = dice.uniform(0.0, 1.2, batch, 1, 1) * lane * torch.exp(-0.6 * radius)
+    dimming = torch.exp(
+        -dust[:, None] * torch.tensor((0.75, 1.0, 1.3), device=dice.device)[None, :, None, None]
+    )
+    strength = dice.log_uniform(0.2, 60.0, batch, 1, 1)
+    bulge_share = dice.log_uniform(0.1, 6.0, batch, 1, 1)
+    light = (disc[:, None]) * _colour(dice, batch, _YOUNG_LIGHT, 0.15)
+    light = light + (bulge_share * bulge)[:, None] * _colour(dice, batch, _OLD_LIGHT, 0.12)
+    pink = _colour(dice, batch, (1.0, 0.3, 0.45), 0.1)
+    light = light + (dice.uniform(0.0, 2.0, batch, 1, 1) * regions * disc)[:, None] * pink
+    return (strength[:, None] * light * dimming).clamp(max=400.0)
+
+
+def small_galaxies(dice, batch, size, width):
+    """Small galaxies wider than the stars, some of them in clusters.
+
+    width holds the full width at half maximum of each scene's stars. Returns the light, batch x 3
+    x size x size in units of the sky, and a catalogue: one row of scene, row, column, half-light
+    radius in pixels for each galaxy.
+    """
+    light = torch.zeros(batch * 3 * (size + _STAMP) ** 2, device=dice.device)
+    scene, row, column = _places(dice, batch, size)
+    count = scene.numel()
+    # Smaller than this they could not be told from stars.
+    extent = dice.log_uniform(0.9, 3.5, count)
+    radius = (width[scene] * extent).clamp(max=_STAMP / 6.0)
+    stamps = _stamps(dice, radius, extent, row % 1.0, column % 1.0)
+    _add_stamps(light, stamps, scene, row.floor().long(), column.floor().long(), size)
+    half = _STAMP // 2
+    light = light.reshape(batch, 3, size + _STAMP, size + _STAMP)[:, :, half:-half, half:-half]
+    catalogue = torch.stack((scene.float(), row, column, radius), dim=1)
+    return light, catalogue
+
+
+def _places(dice, batch, size):
+    scenes, rows, columns = [], [], []
+    for scene in range(batch):
+        count = int(dice.log_uniform(0.6, 14.0, 1).item())
+        row = dice.uniform(0.0, size - 1.0, count)
+        column = dice.uniform(0.0, size - 1.0, count)
+        if dice.happens(0.08):
+            members = dice.whole(15, 90)
+            spread = dice.one(0.06, 0.3) * size
+            row = torch.cat((row, dice.one(0.1, 0.9) * size + spread * dice.normal(members)))
+            column = torch.cat(
+                (column, dice.one(0.1, 0.9) * size + spread * dice.normal(members))
+            )
+        inside = (row >= 0) & (row < size) & (column >= 0) & (column < size)
+        rows.append(row[inside])
+        columns.append(column[inside])
+        scenes.append(torch.full((int(inside.sum()),), scene, device=dice.device))
+    return torch.cat(scenes).long(), torch.cat(rows), torch.cat(columns)
+
+
+def _stamps(dice, radius, extent, row_part, column_part):
+    """count x 3 x stamp x stamp pictures of galaxies in the middle of the stamps.
+
+    extent holds their half-light radii over the width of stars. Those of few star widths are faint
+    and not round: a round bright one would be a star.
+    """
+    count = radius.numel()
+    steps = torch.arange(_STAMP, device=dice.device, dtype=torch.float32) - _STAMP // 2
+    y = steps[None, :, None] - row_part[:, None, None]
+    x = steps[None, None, :] - column_part[:, None, None]
+    angle = dice.uniform(0.0, 3.1416, count, 1, 1)
+    along = x * torch.cos(angle) + y * torch.sin(angle)
+    across = y * torch.cos(angle) - x * torch.sin(angle)
+    small = extent[:, None, None] < 1.6
+    flat = torch.where(
+        small, dice.uniform(0.2, 0.65, count, 1, 1), dice.uniform(0.25, 1.0, count, 1, 1)
+    )
+    scaled = torch.sqrt(along**2 + (across / flat) ** 2 + 0.1) / radius[:, None, None]
+    profile = _sersic(scaled, dice.uniform(0.6, 2.5, count, 1, 1))
+    taper = torch.sigmoid((_STAMP / 2.0 - 3.0 - torch.sqrt(x**2 + y**2)) * 0.7)
+    brightness = dice.log_uniform(0.05, 2.0, count, 1, 1) * extent[:, None, None]
+    strength = brightness * profile.clamp(max=12.0) * taper
+    red_share = dice.uniform(0.0, 1.0, count, 1, 1, 1)
+    colour = red_share * _colour(dice, count, _OLD_LIGHT, 0.1) + (1.0 - red_share) * _colour(
+        dice, count, _YOUNG_LIGHT, 0.1
+    )
+    return strength[:, None] * colour
+
+
+def _add_stamps(light, stamps, scene, row, column, size):
+    wide = size + _STAMP
+    steps = torch.arange(_STAMP, device=light.device)
+    channel = torch.arange(3, device=light.device)[None, :, None, None]
+    rows = (row[:, None] + steps)[:, None, :, None]
+    columns = (column[:, None] + steps)[:, None, None, :]
+    plane = scene[:, None, None, None] * 3 + channel
+    index = (plane * wide + rows) * wide + columns
+    light.index_add_(0, index.reshape(-1), stamps.reshape(-1))

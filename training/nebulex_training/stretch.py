@@ -1,0 +1,67 @@
+"""From linear light to a picture: what a person does first, by the picture's own statistics."""
+
+import torch
+
+_MOST_BLACK = 0.012  # share of the pixels that may become black
+
+
+def mtf(x, midtones):
+    """The midtones transfer function: 0 to 0, midtones to 0.5, 1 to 1."""
+    return (midtones - 1.0) * x / ((2.0 * midtones - 1.0) * x - midtones)
+
+
+def stretch_pair(dice, with_stars, without_stars):
+    """Both images through the same stretch, chosen from the statistics of the one with stars.
+
+    Linear images of any range that saturate at 1 become pictures in [0, 1].
+    """
+    batch = with_stars.shape[0]
+    black, median = _black_and_median(dice, with_stars)
+    span = (1.0 - black).clamp(min=1e-3)
+    level = ((median - black) / span).clamp(1e-4, 0.9)
+    goal = dice.log_uniform(0.05, 0.4, batch, 1, 1, 1)
+    goal = torch.maximum(goal, level).clamp(max=0.9)  # a stretch never darkens
+
+    midtones = mtf(level, goal)  # the function is its own inverse in this sense
+    softening = _asinh_softening(level, goal)
+    exponent = (torch.log(goal) / torch.log(level)).clamp(0.1, 1.0)
+    kind = dice.uniform(0.0, 1.0, batch)[:, None, None, None]
+
+    def apply(image):
+        x = ((image - black) / span).clamp(0.0, 1.0)
+        asinh = torch.asinh(x / softening) / torch.asinh(1.0 / softening)
+        result = torch.where(kind < 0.72, mtf(x, midtones), asinh)
+        return torch.where(kind > 0.92, x.clamp(min=1e-7) ** exponent, result).clamp(0.0, 1.0)
+
+    return apply(with_stars), apply(without_stars)
+
+
+def _black_and_median(dice, image):
+    """Black point and median, batch x 3 x 1 x 1: each channel's own, or one for all channels."""
+    sample = image[:, :, ::3, ::3].flatten(2)
+    median = sample.median(dim=2).values
+    deviation = 1.4826 * (sample - median[:, :, None]).abs().median(dim=2).values
+    low = torch.kthvalue(sample, max(1, int(_MOST_BLACK * sample.shape[2])), dim=2).values
+    factor = dice.log_uniform(1.3, 8.0, image.shape[0], 1)
+    black = torch.minimum(median - factor * deviation.clamp(min=1e-6), low)
+
+    linked = dice.chance(0.55, image.shape[0], 1)
+    neutral = dice.chance(0.75, image.shape[0], 1)
+    # A linked stretch of a sky that was made grey before keeps the channels' distances equal.
+    depth = (median - black).amax(dim=1, keepdim=True)
+    linked_black = neutral * (median - depth) + (1.0 - neutral) * black.amin(dim=1, keepdim=True)
+    linked_median = neutral * median + (1.0 - neutral) * median.mean(dim=1, keepdim=True)
+    black = linked * linked_black + (1.0 - linked) * black
+    median = linked * linked_median + (1.0 - linked) * median
+    return black[:, :, None, None], median[:, :, None, None]
+
+
+def _asinh_softening(level, goal):
+    """The softening of an asinh stretch that takes level to goal, by bisection."""
+    low, high = torch.full_like(level, 1e-6), torch.full_like(level, 50.0)
+    for _ in range(40):
+        middle = torch.sqrt(low * high)
+        value = torch.asinh(level / middle) / torch.asinh(1.0 / middle)
+        low = torch.where(value > goal, middle, low)
+        high = torch.where(value > goal, high, middle)
+    return torch.sqrt(low * high)
