@@ -174,7 +174,7 @@ def _spikes(dice, batch, rows, columns, width):
     total = torch.zeros(1, device=dice.device)
     count = torch.tensor((2, 2, 2, 3, 4), device=dice.device)[dice.integers(0, 5, batch)]
     turn = dice.uniform(0.0, 3.1416, batch)
-    length = dice.log_uniform(8.0, 160.0, batch, 1, 1, 1)
+    length = dice.log_uniform(8.0, 500.0, batch, 1, 1, 1)
     thickness = (0.25 * width * dice.uniform(0.6, 1.6, batch)).clamp(0.5, 2.0)[:, None, None, None]
     period = dice.log_uniform(4.0, 30.0, batch, 1, 1, 1) * torch.tensor(
         _WAVELENGTHS, device=dice.device

@@ -1,0 +1,20 @@
+"""The exponential moving average of the weights, which is what gets exported."""
+
+import copy
+
+import torch
+
+
+class AveragedNetwork:
+    """A copy of the network that follows it slowly."""
+
+    def __init__(self, network, decay):
+        self.network = copy.deepcopy(network).eval()
+        self._decay = decay
+
+    @torch.no_grad()
+    def follow(self, network, step):
+        """Moves the average towards the network; faster in the first steps."""
+        decay = min(self._decay, (1.0 + step) / (10.0 + step))
+        for mine, theirs in zip(self.network.parameters(), network.parameters()):
+            mine.lerp_(theirs, 1.0 - decay)

@@ -1,0 +1,66 @@
+"""What the training makes small: wrong pixels, wrong edges, and fillings without texture."""
+
+import torch
+import torch.nn.functional as F
+
+CHANGED = 0.01  # a pixel that a star changed by more counts as the star's
+
+
+def star_mask(picture, target):
+    """batch x 1 x rows x columns: 1 where stars changed a channel."""
+    return ((picture - target).abs().amax(dim=1, keepdim=True) > CHANGED).float()
+
+
+def pixel_loss(result, target, mask, star_weight):
+    """Mean absolute difference, star pixels counted star_weight times."""
+    weight = 1.0 + (star_weight - 1.0) * mask
+    return (weight * (result - target).abs()).mean()
+
+
+def gradient_loss(result, target, scales=3):
+    """Absolute difference of first differences, at full, half and quarter size."""
+    total = 0.0
+    difference = result - target
+    for scale in range(scales):
+        if scale:
+            difference = F.avg_pool2d(difference, 2)
+        rows = (difference[..., 1:, :] - difference[..., :-1, :]).abs().mean()
+        columns = (difference[..., 1:] - difference[..., :-1]).abs().mean()
+        total = total + 0.5**scale * (rows + columns)
+    return total
+
+
+def coarse_loss(result, target):
+    """Absolute difference after averaging 2 x 2 and 4 x 4 pixels."""
+    difference = F.avg_pool2d(result - target, 2)
+    return difference.abs().mean() + F.avg_pool2d(difference, 2).abs().mean()
+
+
+def fine_detail(picture):
+    """The picture less its average over 3 x 3 pixels."""
+    padded = F.pad(picture, (1, 1, 1, 1), mode="reflect")
+    return picture - F.avg_pool2d(padded, 3, stride=1)
+
+
+def detail_strength(picture):
+    """Root mean square of the fine detail over 9 x 9 pixels and the channels."""
+    power = (fine_detail(picture) ** 2).mean(dim=1, keepdim=True)
+    power = F.avg_pool2d(F.pad(power, (4, 4, 4, 4), mode="reflect"), 9, stride=1)
+    return torch.sqrt(power + 1e-7)
+
+
+def texture_loss(result, target, mask):
+    """How far the strength of fine detail in the footprints is from that of the truth."""
+    ratio = torch.log(detail_strength(result) / detail_strength(target))
+    return (mask * ratio.abs().clamp(max=3.0)).sum() / (mask.sum() + 100.0)
+
+
+def removal_loss(result, picture, target, weights):
+    """The sum of all, by the weights of a LossWeights."""
+    mask = star_mask(picture, target)
+    loss = pixel_loss(result, target, mask, weights.star)
+    loss = loss + weights.gradient * gradient_loss(result, target)
+    loss = loss + weights.coarse * coarse_loss(result, target)
+    if weights.texture > 0.0:
+        loss = loss + weights.texture * texture_loss(result, target, mask)
+    return loss

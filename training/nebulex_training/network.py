@@ -1,0 +1,97 @@
+"""The network: a U-Net on the image folded 2 x 2, whose output is what to take away.
+
+It works at 1/2, 1/4, 1/8, 1/16 and 1/32 of the size: 3 x 3 convolutions in pairs with one ReLU, a
+2 x 2 convolution of stride 2 down, a transposed one up, skips added, no normalisation. The last
+convolution starts at zero, so an untrained network changes nothing.
+"""
+
+from dataclasses import asdict, dataclass
+
+import torch
+from torch import nn
+import torch.nn.functional as F
+
+
+@dataclass(frozen=True)
+class Shape:
+    """Channels and residual blocks at each level, the finest first."""
+
+    widths: tuple = (24, 40, 64, 96, 128)
+    blocks: tuple = (1, 1, 1, 2, 2)
+
+    def as_dict(self):
+        return {name: list(value) for name, value in asdict(self).items()}
+
+
+# small: the shape of the shipped weights. large: for training on a GPU, within three times the
+# time of small for a tile.
+SHAPES = {
+    "small": Shape(),
+    "medium": Shape((32, 56, 96, 144, 192), (1, 1, 2, 2, 3)),
+    "large": Shape((32, 64, 112, 160, 224), (1, 2, 2, 3, 4)),
+}
+
+
+class ResidualBlock(nn.Module):
+    def __init__(self, width):
+        super().__init__()
+        self.a = nn.Conv2d(width, width, 3, padding=1)
+        self.b = nn.Conv2d(width, width, 3, padding=1)
+
+    def forward(self, x):
+        return x + self.b(F.relu(self.a(x)))
+
+
+def _blocks(width, count):
+    return nn.Sequential(*(ResidualBlock(width) for _ in range(count)))
+
+
+class StarNet(nn.Module):
+    """batch x 3 x rows x columns pictures in [0, 1] to pictures without stars.
+
+    Rows and columns are multiples of 32. Values are not limited to [0, 1], so that training sees
+    by how much they miss.
+    """
+
+    def __init__(self, shape=SHAPES["small"]):
+        super().__init__()
+        self.shape = shape
+        widths, blocks = shape.widths, shape.blocks
+        levels = len(widths)
+        self.inp = nn.Conv2d(12, widths[0], 3, padding=1)
+        self.enc = nn.ModuleList(_blocks(widths[i], blocks[i]) for i in range(levels - 1))
+        self.dn = nn.ModuleList(
+            nn.Conv2d(widths[i], widths[i + 1], 2, stride=2) for i in range(levels - 1)
+        )
+        self.mid = _blocks(widths[-1], blocks[-1])
+        deep_first = range(levels - 2, -1, -1)
+        self.up = nn.ModuleList(
+            nn.ConvTranspose2d(widths[i + 1], widths[i], 2, stride=2) for i in deep_first
+        )
+        self.dec = nn.ModuleList(_blocks(widths[i], blocks[i]) for i in deep_first)
+        self.out = nn.Conv2d(widths[0], 12, 3, padding=1)
+        nn.init.zeros_(self.out.weight)
+        nn.init.zeros_(self.out.bias)
+
+    def forward(self, picture):
+        x = self.inp(F.pixel_unshuffle(picture * 2.0 - 1.0, 2))
+        skips = []
+        for encode, down in zip(self.enc, self.dn):
+            x = encode(x)
+            skips.append(x)
+            x = down(x)
+        x = self.mid(x)
+        for up, decode in zip(self.up, self.dec):
+            x = decode(up(x) + skips.pop())
+        return picture - F.pixel_shuffle(self.out(x), 2)
+
+
+class TileModel(nn.Module):
+    """The network as the program calls it: 1 x 512 x 512 x 3, channels last, result in [0, 1]."""
+
+    def __init__(self, network):
+        super().__init__()
+        self.n = network
+
+    def forward(self, tile):
+        return self.n(tile.permute(0, 3, 1, 2)).permute(0, 2, 3, 1).clamp(0.0, 1.0)

@@ -1,0 +1,76 @@
+"""A pool of computed scenes, some of them replaced at every step, and batches drawn from it."""
+
+import torch
+
+from .dice import Dice
+from .scenes import compute_layers, develop
+
+# Scenes are numbered. No number is used for two purposes.
+VALIDATION_SCENES = 10_000_000
+HELD_OUT_SCENES = 20_000_000
+_SEED_STRIDE = 100_000_000
+
+
+def scene_dice(seed, number, device):
+    """The dice of one numbered scene."""
+    return Dice(seed * _SEED_STRIDE + number, device)
+
+
+class ScenePool:
+    """Layers of the latest scenes of an endless, numbered series.
+
+    The scenes that are in the pool depend on nothing but the seed and the number of the next one,
+    so that a resumed training goes on with the same ones.
+    """
+
+    def __init__(self, seed, device, count, size, next_number=0):
+        self._seed, self._device, self._size = seed, device, size
+        self._entries = [None] * count
+        self.next_number = max(0, next_number - count)
+        self.refresh(count)
+
+    def refresh(self, count):
+        """Replaces the count oldest scenes."""
+        while count > 0:
+            batch = min(count, 16 if torch.device(self._device).type == "cuda" else 1)
+            dice = scene_dice(self._seed, self.next_number, self._device)
+            layers = compute_layers(dice, batch, self._size)
+            for scene in range(batch):
+                self._put(layers, scene)
+            count -= batch
+
+    def _put(self, layers, scene):
+        sky, stars = layers.sky[scene], layers.stars[scene]
+        place = self.next_number % len(self._entries)
+        self.next_number += 1
+        # One scene in many thousands cannot be computed; its place keeps what it had.
+        if bool(torch.isfinite(sky).all() & torch.isfinite(stars).all()):
+            self._entries[place] = (sky, stars, layers.level[scene])
+
+    def draw_batch(self, dice, batch, patch):
+        """Pictures with and without stars, batch x 3 x patch x patch."""
+        filled = [entry for entry in self._entries if entry is not None]
+        cut = [_cut(dice, *filled[dice.whole(0, len(filled))], patch) for _ in range(batch)]
+        sky, stars, level = (torch.stack(parts) for parts in zip(*cut))
+        return develop(dice, sky, stars, level)
+
+
+def _cut(dice, sky, stars, level, patch):
+    """A part of a scene, turned and mirrored."""
+    room = sky.shape[-1] - patch + 1
+    row, column = dice.whole(0, room), dice.whole(0, room)
+    both = torch.stack((sky, stars))[..., row : row + patch, column : column + patch]
+    both = torch.rot90(both, dice.whole(0, 4), dims=(-2, -1))
+    if dice.happens(0.5):
+        both = both.flip(-1)
+    return both[0], both[1], level
+
+
+def fixed_scenes(first, count, size, device="cpu"):
+    """The pictures of numbered scenes that are the same in every run: a list of pairs and layers."""
+    scenes = []
+    for number in range(first, first + count):
+        dice = scene_dice(0, number, device)
+        layers = compute_layers(dice, 1, size)
+        scenes.append((develop(dice, layers.sky, layers.stars, layers.level), layers))
+    return scenes

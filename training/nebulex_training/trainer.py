@@ -1,0 +1,233 @@
+"""The training loop: scenes in, averaged weights out, the state kept at any moment."""
+
+import contextlib
+import csv
+import math
+import pathlib
+import time
+from dataclasses import dataclass
+
+import torch
+
+from .average import AveragedNetwork
+from .checkpoint import (
+    compact_optimizer,
+    full_optimizer,
+    read_newest_checkpoint,
+    write_checkpoint,
+)
+from .critic import Critic, critic_loss, deception_loss
+from .dice import Dice
+from .losses import removal_loss, star_mask
+from .measures import Sums
+from .plot import plot_log
+from .pool import VALIDATION_SCENES, ScenePool, fixed_scenes
+from .weights import save_network
+
+_LOG_COLUMNS = (
+    "step", "seconds", "rate", "loss", "residual", "star_psnr", "other_psnr", "texture", "skipped",
+)  # fmt: skip
+_CRITIC_SEED = 77
+
+
+@dataclass
+class LossWeights:
+    star: float = 5.0
+    gradient: float = 0.5
+    coarse: float = 0.3
+    texture: float = 0.0
+    adversarial: float = 0.0
+
+
+@dataclass
+class Plan:
+    """What a training does. Times are in seconds of training, summed over all its sessions."""
+
+    folder: pathlib.Path
+    device: str
+    seed: int
+    seconds: float
+    most_steps: int
+    rate: float
+    batch: int
+    patch: int
+    pool: int
+    scene_size: int
+    fresh_scenes: float  # scenes replaced at each step, also less than one
+    decay: float
+    losses: LossWeights
+    critic_from: float  # share of the time after which texture and adversarial losses count
+    report_steps: int
+    checkpoint_seconds: float
+    validation_scenes: int
+    validation_size: int
+
+
+class Trainer:
+    def __init__(self, plan, network):
+        self.plan = plan
+        plan.folder.mkdir(parents=True, exist_ok=True)
+        self.network = network.to(plan.device)
+        self.average = AveragedNetwork(self.network, plan.decay)
+        self.optimizer = torch.optim.AdamW(self.network.parameters(), lr=plan.rate)
+        torch.manual_seed(_CRITIC_SEED)
+        self.critic = Critic().to(plan.device)
+        self.critic_optimizer = torch.optim.AdamW(
+            self.critic.parameters(), lr=2e-4, betas=(0.5, 0.99)
+        )
+        self.dice = Dice(plan.seed * 7919 + 1, plan.device)
+        self.step, self.elapsed, self.skipped = 0, 0.0, 0
+        self.stop_requested = False
+        next_scene = self._restore()
+        self.pool = ScenePool(plan.seed, plan.device, plan.pool, plan.scene_size, next_scene)
+        self.validation = fixed_scenes(
+            VALIDATION_SCENES, plan.validation_scenes, plan.validation_size
+        )
+        self._losses = []
+
+    def run(self):
+        """Trains until the time or the steps are used up, or stop_requested was set."""
+        last_save = time.monotonic()
+        while not self.stop_requested and not self._finished():
+            began = time.monotonic()
+            self._train_step()
+            self._refresh_pool()
+            self.elapsed += time.monotonic() - began
+            if self.step % self.plan.report_steps == 0:
+                self._report()
+            if time.monotonic() - last_save > self.plan.checkpoint_seconds:
+                self.save()
+                last_save = time.monotonic()
+        if self._losses:
+            self._report()
+        self.save()
+
+    def save(self):
+        """Writes the checkpoint and the averaged weights (weights.pt)."""
+        state = {
+            "step": self.step,
+            "elapsed": self.elapsed,
+            "skipped": self.skipped,
+            "next_scene": self.pool.next_number,
+            "network": self.network.state_dict(),
+            "average": self.average.network.state_dict(),
+            "optimizer": compact_optimizer(_copied(self.optimizer.state_dict())),
+            "critic": self.critic.state_dict(),
+            "critic_optimizer": compact_optimizer(_copied(self.critic_optimizer.state_dict())),
+            "dice": self.dice.state(),
+            "random": torch.get_rng_state(),
+        }
+        write_checkpoint(self.plan.folder, state)
+        save_network(self.average.network, self.plan.folder / "weights.pt")
+
+    def _restore(self):
+        state = read_newest_checkpoint(self.plan.folder, self.plan.device)
+        if state is None:
+            return 0
+        self.step, self.elapsed, self.skipped = state["step"], state["elapsed"], state["skipped"]
+        self.network.load_state_dict(state["network"])
+        self.average.network.load_state_dict(state["average"])
+        self.optimizer.load_state_dict(full_optimizer(state["optimizer"]))
+        self.critic.load_state_dict(state["critic"])
+        self.critic_optimizer.load_state_dict(full_optimizer(state["critic_optimizer"]))
+        self.dice.set_state(state["dice"])
+        torch.set_rng_state(state["random"].cpu())
+        return state["next_scene"]
+
+    def _progress(self):
+        by_time = self.elapsed / self.plan.seconds
+        by_steps = self.step / self.plan.most_steps if self.plan.most_steps else 0.0
+        return max(by_time, by_steps)
+
+    def _finished(self):
+        return self._progress() >= 1.0
+
+    def _rate(self):
+        """A short warm-up, then a cosine over the planned time down to a hundredth."""
+        warm = min(1.0, (self.step + 1) / 100.0)
+        cosine = 0.5 * (1.0 + math.cos(math.pi * min(1.0, self._progress())))
+        return self.plan.rate * warm * (0.01 + 0.99 * cosine)
+
+    def _train_step(self):
+        plan = self.plan
+        picture, target = self.pool.draw_batch(self.dice, plan.batch, plan.patch)
+        for group in self.optimizer.param_groups:
+            group["lr"] = self._rate()
+        late = self._progress() >= plan.critic_from
+        weights = plan.losses if late else LossWeights(
+            plan.losses.star, plan.losses.gradient, plan.losses.coarse
+        )
+        with _precision(plan.device):
+            result = self.network(picture)
+        result = result.float()
+        loss = removal_loss(result, picture, target, weights)
+        if weights.adversarial > 0.0:
+            mask = star_mask(picture, target)
+            self._train_critic(result.detach(), target, mask)
+            loss = loss + weights.adversarial * deception_loss(self.critic, result, mask)
+        self.optimizer.zero_grad(set_to_none=True)
+        loss.backward()
+        norm = torch.nn.utils.clip_grad_norm_(self.network.parameters(), 1.0)
+        self.step += 1
+        if not bool(torch.isfinite(norm)) or not bool(torch.isfinite(loss)):
+            self.skipped += 1
+            return
+        self.optimizer.step()
+        self.average.follow(self.network, self.step)
+        self._losses.append(float(loss.detach()))
+
+    def _train_critic(self, result, target, mask):
+        loss = critic_loss(self.critic, result, target, mask)
+        self.critic_optimizer.zero_grad(set_to_none=True)
+        loss.backward()
+        norm = torch.nn.utils.clip_grad_norm_(self.critic.parameters(), 1.0)
+        if bool(torch.isfinite(norm)):
+            self.critic_optimizer.step()
+
+    def _refresh_pool(self):
+        due = int(self.step * self.plan.fresh_scenes) - int((self.step - 1) * self.plan.fresh_scenes)
+        if due > 0:
+            self.pool.refresh(due)
+
+    @torch.no_grad()
+    def validate(self):
+        """The measures of the averaged network on the fixed scenes."""
+        sums = Sums()
+        for (picture, target), _ in self.validation:
+            result = self.average.network(picture.to(self.plan.device)).clamp(0.0, 1.0).cpu()
+            sums.add(result[0], picture[0], target[0])
+        return sums
+
+    def _report(self):
+        sums = self.validate()
+        loss = sum(self._losses) / len(self._losses) if self._losses else math.nan
+        self._losses = []
+        row = (
+            self.step, f"{self.elapsed:.0f}", f"{self._rate():.3g}", f"{loss:.5f}",
+            f"{sums.residual:.4f}", f"{sums.star_psnr:.2f}", f"{sums.other_psnr:.2f}",
+            f"{sums.texture:.3f}", self.skipped,
+        )  # fmt: skip
+        path = self.plan.folder / "log.csv"
+        is_new = not path.exists()
+        with open(path, "a", newline="", encoding="utf-8") as log:
+            writer = csv.writer(log)
+            if is_new:
+                writer.writerow(_LOG_COLUMNS)
+            writer.writerow(row)
+        plot_log(path, self.plan.folder / "log.png")
+        print("  ".join(f"{name} {value}" for name, value in zip(_LOG_COLUMNS, row)), flush=True)
+
+
+def _precision(device):
+    """Mixed precision on a GPU, full on the CPU."""
+    if torch.device(device).type == "cuda":
+        return torch.autocast("cuda", dtype=torch.bfloat16)
+    return contextlib.nullcontext()
+
+
+def _copied(state):
+    """An optimiser's state whose dictionaries can be changed without changing the optimiser."""
+    return {
+        "state": {key: dict(value) for key, value in state["state"].items()},
+        "param_groups": state["param_groups"],
+    }
