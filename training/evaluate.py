@@ -1,0 +1,147 @@
+#!/usr/bin/env python3
+"""Measures models through the program, on held-out computed scenes and on photographs.
+
+    training/evaluate [--model NAME=FILE]... [--photographs FOLDER]... [--scenes 200] [--out FOLDER]
+
+Without --model, the weights in models/ are measured. The folder gets table.md, results.json,
+scenes.png and photographs.png. Photographs stay where they are; nothing of them is kept but the
+sheet.
+"""
+
+import argparse
+import json
+import pathlib
+
+from nebulex_training.evaluation.computed import ComputedMeasures, HeldOutScene, star_error
+from nebulex_training.evaluation.photographs import (
+    find_photographs,
+    load_photograph,
+    measure_photograph,
+)
+from nebulex_training.evaluation.program import (
+    OPENING_DIAMETERS,
+    InpaintingRemover,
+    OpeningRemover,
+    ProgramRemover,
+)
+from nebulex_training.evaluation.sheet import crop_of_interest, write_sheet
+
+_ROOT = pathlib.Path(__file__).resolve().parent.parent
+_SHEET_SCENES = 16
+_SCENES_FOR_OPENING = 12
+
+
+def parse_options():
+    parser = argparse.ArgumentParser(
+        description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
+    )
+    add = parser.add_argument
+    add("--model", action="append", default=[], metavar="NAME=FILE", help="a model to measure")
+    add("--photographs", action="append", default=[], metavar="PLACE", help="a file or a folder")
+    add("--program", help="the nebulex2 to call (default: that of a build folder)")
+    add("--scenes", type=int, default=200)
+    add("--scene-size", type=int, default=512)
+    add("--stride", type=int, default=256)
+    add("--no-classical", action="store_true", help="leave the classical ways out")
+    add("--out", type=pathlib.Path, default=_ROOT / "build" / "evaluation")
+    options = parser.parse_args()
+    if not options.model:
+        options.model = [f"shipped={_ROOT / 'models' / 'Nebulex2_weights.onnx'}"]
+    for model in options.model:
+        if "=" not in model or not pathlib.Path(model.split("=", 1)[1]).is_file():
+            parser.error(f"--model takes NAME=FILE with an existing file, not {model}")
+    options.program = options.program or _find_program()
+    if options.program is None:
+        parser.error("no nebulex2 in the build folders; build it first, or name one with --program")
+    return options
+
+
+def _find_program():
+    built = [_ROOT / "build" / name / "bin" / "nebulex2" for name in ("program", "release", "ci")]
+    built = [path for path in built if path.is_file()]
+    return built[0] if built else None
+
+
+def main():
+    options = parse_options()
+    options.out.mkdir(parents=True, exist_ok=True)
+    removers = [
+        ProgramRemover(model.split("=", 1)[0], options.program, model.split("=", 1)[1],
+                       options.stride)
+        for model in options.model
+    ]  # fmt: skip
+    table = [f"Time for a tile, in seconds: {_tile_times(removers)}", ""]
+    if not options.no_classical:
+        removers += [InpaintingRemover(), _best_opening(options)]
+    results = {}
+    results["computed scenes"] = _measure_scenes(options, removers)
+    table += _as_table(f"{options.scenes} held-out computed scenes", results["computed scenes"])
+    photographs = find_photographs(options.photographs)
+    lines = []
+    for path in photographs:
+        results[path.name], line = _measure_one(path, removers)
+        lines.append(line)
+        table += _as_table(path.name, results[path.name])
+    if lines:
+        write_sheet(options.out / "photographs.png", ["before"] + _names(removers), lines)
+    text = "\n".join(table)
+    (options.out / "table.md").write_text(text + "\n", encoding="utf-8")
+    (options.out / "results.json").write_text(json.dumps(results, indent=1), encoding="utf-8")
+    print(text)
+
+
+def _names(removers):
+    return [remover.name for remover in removers]
+
+
+def _tile_times(removers):
+    return ", ".join(f"{remover.name} {remover.tile_seconds():.3f}" for remover in removers)
+
+
+def _best_opening(options):
+    """The opening whose result is nearest to the truth on the first scenes."""
+    scenes = [HeldOutScene(n, options.scene_size) for n in range(
+        min(_SCENES_FOR_OPENING, options.scenes))]  # fmt: skip
+    openings = [OpeningRemover(diameter) for diameter in OPENING_DIAMETERS]
+    return min(openings, key=lambda way: sum(star_error(s, way(s.picture)) for s in scenes))
+
+
+def _measure_scenes(options, removers):
+    measures = {name: ComputedMeasures() for name in _names(removers)}
+    lines = []
+    for number in range(options.scenes):
+        scene = HeldOutScene(number, options.scene_size)
+        line = [scene.picture, scene.truth]
+        for remover in removers:
+            result = remover(scene.picture)
+            measures[remover.name].add(scene, result)
+            line.append(result)
+        if number < _SHEET_SCENES:
+            part = crop_of_interest(scene.picture)
+            lines.append([picture[part] for picture in line])
+    write_sheet(options.out / "scenes.png", ["before", "truth"] + _names(removers), lines)
+    return {name: dict(measure.rows()) for name, measure in measures.items()}
+
+
+def _measure_one(path, removers):
+    picture = load_photograph(path)
+    part = crop_of_interest(picture)
+    results, line = {}, [picture[part]]
+    for remover in removers:
+        results[remover.name], result = measure_photograph(remover, picture)
+        line.append(result[part])
+    return results, line
+
+
+def _as_table(title, results):
+    names = list(results)
+    measures = list(results[names[0]])
+    lines = [f"## {title}", "", "| | " + " | ".join(names) + " |", "|---" * (len(names) + 1) + "|"]
+    for measure in measures:
+        values = (f"{results[name][measure]:.3f}" for name in names)
+        lines.append(f"| {measure} | " + " | ".join(values) + " |")
+    return lines + [""]
+
+
+if __name__ == "__main__":
+    main()

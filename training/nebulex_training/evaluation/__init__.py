@@ -1,0 +1,1 @@
+"""How good a network is, measured through the program."""
