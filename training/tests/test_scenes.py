@@ -1,0 +1,126 @@
+"""Scenes: light adds up, seeds repeat, stars are all that differs."""
+
+import pathlib
+import sys
+import unittest
+
+import torch
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+
+from nebulex_training.dice import Dice
+from nebulex_training.fields import convolve, power_law_field
+from nebulex_training.optics import draw_optics
+from nebulex_training.processing import _jpeg
+from nebulex_training.scenes import compute_layers, develop
+from nebulex_training.stars import _points
+from nebulex_training.stretch import mtf, stretch_pair
+
+SIZE = 128
+
+
+class Scenes(unittest.TestCase):
+    def test_pictures_are_finite_and_in_range_for_many_seeds(self):
+        for seed in range(40):
+            dice = Dice(seed)
+            layers = compute_layers(dice, 1, SIZE)
+            for picture in develop(dice, layers.sky, layers.stars, layers.level):
+                self.assertTrue(torch.isfinite(picture).all(), f"seed {seed}")
+                self.assertGreaterEqual(float(picture.min()), 0.0)
+                self.assertLessEqual(float(picture.max()), 1.0)
+
+    def test_the_same_seed_gives_the_same_pictures(self):
+        pictures = []
+        for _ in range(2):
+            dice = Dice(5)
+            layers = compute_layers(dice, 2, SIZE)
+            pictures.append(develop(dice, layers.sky, layers.stars, layers.level)[0])
+        self.assertTrue(torch.equal(*pictures))
+
+    def test_without_starlight_both_pictures_are_the_same(self):
+        dice = Dice(7)
+        layers = compute_layers(dice, 4, SIZE)
+        picture, target = develop(dice, layers.sky, torch.zeros_like(layers.sky), layers.level)
+        self.assertTrue(torch.equal(picture, target))
+        self.assertGreater(float(picture.std()), 0.005)
+
+    def test_stars_only_add_light(self):
+        layers = compute_layers(Dice(9), 4, SIZE)
+        self.assertGreaterEqual(float(layers.stars.min()), 0.0)
+        self.assertGreater(float(layers.stars.max()), 0.01)
+
+    def test_a_scene_that_is_not_finite_becomes_the_same_grey_twice(self):
+        dice = Dice(11)
+        layers = compute_layers(dice, 2, SIZE)
+        layers.sky[0, 1, 5, 5] = float("nan")
+        picture, target = develop(dice, layers.sky, layers.stars, layers.level)
+        self.assertTrue(torch.isfinite(picture).all() and torch.isfinite(target).all())
+        self.assertTrue(torch.equal(picture[0], target[0]))
+        self.assertFalse(torch.equal(picture[1], target[1]))
+
+    def test_a_flat_scene_without_noise_survives_the_stretch(self):
+        flat = torch.full((2, 3, 64, 64), 0.01)
+        for picture in stretch_pair(Dice(1), flat, flat):
+            self.assertTrue(torch.isfinite(picture).all())
+
+    def test_pictures_with_stars_are_mostly_as_bright_as_those_without(self):
+        darker = []
+        for seed in range(12):
+            dice = Dice(100 + seed)
+            layers = compute_layers(dice, 1, SIZE)
+            picture, target = develop(dice, layers.sky, layers.stars, layers.level)
+            darker.append(float((picture < target - 0.02).float().mean()))
+        # Only sharpening's rings and the losses of JPEG make a pixel darker.
+        self.assertLess(sum(darker) / len(darker), 0.02)
+
+
+class Optics(unittest.TestCase):
+    def test_a_point_keeps_its_light(self):
+        optics = draw_optics(Dice(3), 6, SIZE)
+        totals = optics.transfer[:, :, 0, 0].real
+        self.assertTrue(torch.allclose(totals, torch.ones_like(totals), atol=1e-3))
+
+    def test_a_star_between_pixels_has_its_light_and_its_place(self):
+        points = _points(
+            torch.tensor([0]), torch.tensor([20.25]), torch.tensor([30.6]),
+            torch.tensor([[2.0, 4.0, 8.0]]), 1, 64,
+        )[0]  # fmt: skip
+        steps = torch.arange(64.0)
+        for plane, light in zip(points, (2.0, 4.0, 8.0)):
+            self.assertAlmostEqual(float(plane.sum()), light, places=4)
+            self.assertAlmostEqual(float((plane.sum(1) * steps).sum()) / light, 20.25, places=4)
+            self.assertAlmostEqual(float((plane.sum(0) * steps).sum()) / light, 30.6, places=4)
+
+    def test_a_transfer_of_one_changes_nothing(self):
+        image = Dice(4).uniform(0.0, 1.0, 1, 3, 32, 32)
+        same = convolve(image, torch.ones(1, 3, 32, 17, dtype=torch.complex64))
+        self.assertTrue(torch.allclose(image, same, atol=1e-5))
+
+
+class Steps(unittest.TestCase):
+    def test_fields_have_mean_0_and_deviation_1(self):
+        field = power_law_field(Dice(2), torch.tensor([2.5, 4.0]), 64)
+        for plane in field:
+            self.assertAlmostEqual(float(plane.mean()), 0.0, places=3)
+            self.assertAlmostEqual(float(plane.std()), 1.0, places=3)
+
+    def test_midtones_function_has_its_three_fixed_values(self):
+        values = mtf(torch.tensor([0.0, 0.2, 1.0]), torch.tensor(0.2))
+        self.assertTrue(torch.allclose(values, torch.tensor([0.0, 0.5, 1.0])))
+
+    def test_jpeg_leaves_a_grey_picture_grey(self):
+        grey = torch.full((40, 3, 32, 32), 128.0 / 255.0)
+        coded = _jpeg(Dice(1), grey)
+        self.assertTrue(torch.allclose(coded, grey, atol=0.6 / 255.0))
+
+    def test_jpeg_loses_little_but_something(self):
+        pictures = Dice(1).uniform(0.3, 0.7, 40, 3, 32, 32)
+        coded = _jpeg(Dice(1), pictures)
+        changed = (coded - pictures).flatten(1).abs().mean(dim=1)
+        self.assertGreater(float(changed.max()), 0.001)
+        self.assertLess(float(changed.max()), 0.15)
+        self.assertEqual(float(changed.min()), 0.0)
+
+
+if __name__ == "__main__":
+    unittest.main()

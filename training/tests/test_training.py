@@ -1,0 +1,175 @@
+"""Network, losses, measures, checkpoints and resuming."""
+
+import math
+import pathlib
+import sys
+import tempfile
+import unittest
+
+import torch
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+
+from nebulex_training.checkpoint import read_newest_checkpoint, write_checkpoint
+from nebulex_training.dice import Dice
+from nebulex_training.exporting import export_model
+from nebulex_training.losses import pixel_loss, star_mask, texture_loss
+from nebulex_training.measures import Sums
+from nebulex_training.network import Shape, StarNet
+from nebulex_training.pool import ScenePool
+from nebulex_training.trainer import LossWeights, Plan, Trainer
+from nebulex_training.weights import load_network, save_network
+
+TINY = Shape((8, 8, 8, 8, 8), (1, 1, 1, 1, 1))
+SHIPPED = pathlib.Path(__file__).resolve().parents[2] / "models" / "Nebulex2_weights.onnx"
+
+
+def shaken(shape=TINY):
+    """A network of random weights, also in its last convolution."""
+    torch.manual_seed(1)
+    network = StarNet(shape)
+    torch.nn.init.normal_(network.out.weight, std=0.05)
+    return network
+
+
+def plan_in(folder, steps):
+    return Plan(
+        folder=pathlib.Path(folder), device="cpu", seed=1, seconds=3600.0, most_steps=steps,
+        rate=1e-3, batch=2, patch=64, pool=3, scene_size=64, fresh_scenes=0.5, decay=0.9,
+        losses=LossWeights(texture=0.01, adversarial=0.001), critic_from=0.0, report_steps=2,
+        checkpoint_seconds=1e9, validation_scenes=2, validation_size=64,
+    )  # fmt: skip
+
+
+class Network(unittest.TestCase):
+    def test_untrained_it_changes_nothing(self):
+        picture = Dice(1).uniform(0.0, 1.0, 2, 3, 64, 96)
+        self.assertTrue(torch.equal(StarNet()(picture), picture))
+
+    def test_weights_survive_the_way_through_a_file(self):
+        network = shaken()
+        with tempfile.TemporaryDirectory() as folder:
+            for name in ("weights.pt", "model.onnx"):
+                path = pathlib.Path(folder, name)
+                (export_model if path.suffix == ".onnx" else save_network)(network, path)
+                loaded = load_network(path)
+                self.assertEqual(loaded.shape, TINY)
+                for key, value in network.state_dict().items():
+                    self.assertTrue(torch.equal(loaded.state_dict()[key], value), key)
+
+    def test_the_shipped_weights_take_stars_away(self):
+        network = load_network(SHIPPED).eval()
+        picture = torch.full((1, 3, 128, 128), 0.2)
+        rows = torch.arange(128.0)[:, None]
+        star = torch.exp(-((rows - 60) ** 2 + (rows.T - 70) ** 2) / 8.0)
+        with torch.no_grad():
+            result = network(picture + 0.6 * star)
+        self.assertLess(float((result - picture).abs().max()), 0.12)
+
+    def test_a_foreign_model_is_refused(self):
+        import onnx
+        from onnx import TensorProto, helper
+
+        value = helper.make_tensor_value_info("x", TensorProto.FLOAT, [1])
+        result = helper.make_tensor_value_info("y", TensorProto.FLOAT, [1])
+        graph = helper.make_graph([helper.make_node("Relu", ["x"], ["y"])], "g", [value], [result])
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "foreign.onnx")
+            onnx.save(helper.make_model(graph), str(path))
+            with self.assertRaisesRegex(ValueError, "is not a model that training/export.py wrote"):
+                load_network(path)
+
+
+class Losses(unittest.TestCase):
+    def test_star_pixels_count_more(self):
+        target = torch.zeros(1, 3, 2, 2)
+        picture = target.clone()
+        picture[:, :, 0, 0] = 1.0
+        mask = star_mask(picture, target)
+        self.assertEqual(mask.sum(), 1.0)
+        # One of four pixels is wrong by 1: a quarter, five times.
+        self.assertAlmostEqual(float(pixel_loss(picture, target, mask, 5.0)), 1.25)
+
+    def test_smooth_fillings_cost_texture(self):
+        target = 0.3 + 0.02 * Dice(1).normal(1, 3, 64, 64)
+        mask = torch.zeros(1, 1, 64, 64)
+        mask[..., 20:40, 20:40] = 1.0
+        smooth = target * (1.0 - mask) + 0.3 * mask
+        other = target.roll(7, dims=3)
+        self.assertEqual(float(texture_loss(target, target, mask)), 0.0)
+        self.assertLess(float(texture_loss(other, target, mask)), 0.3)
+        self.assertGreater(float(texture_loss(smooth, target, mask)), 0.8)
+
+
+class Measures(unittest.TestCase):
+    def test_hand_worked_figures(self):
+        truth = torch.full((3, 4, 4), 0.2)
+        picture = truth.clone()
+        picture[:, 0, :2] = 0.7  # two star pixels, 0.5 of light in each of 3 channels
+        result = truth.clone()
+        result[:, 0, 0] = 0.3  # 0.1 left in one of them
+        result[:, 3, 3] = 0.21  # and 0.01 wrong in one of the other 14
+        sums = Sums()
+        sums.add(result, picture, truth)
+        self.assertAlmostEqual(sums.residual, 0.1, places=5)
+        self.assertAlmostEqual(sums.star_psnr, -10.0 * math.log10(0.01 / 2), places=3)
+        self.assertAlmostEqual(sums.other_psnr, -10.0 * math.log10(0.0001 / 14), places=3)
+
+
+class Resuming(unittest.TestCase):
+    def test_checkpoints_come_in_small_parts_and_only_two_stay(self):
+        big = torch.arange(5_000_000, dtype=torch.float32)
+        with tempfile.TemporaryDirectory() as folder:
+            for step in (1, 2, 3):
+                write_checkpoint(folder, {"step": step, "big": big + step})
+            kept = sorted(path.name for path in pathlib.Path(folder).iterdir())
+            self.assertEqual(kept, ["checkpoint-00000002", "checkpoint-00000003"])
+            parts = list(pathlib.Path(folder, kept[1]).iterdir())
+            self.assertEqual(len(parts), 2)
+            self.assertTrue(all(part.stat().st_size <= 16_000_000 for part in parts))
+            state = read_newest_checkpoint(folder, "cpu")
+            self.assertEqual(state["step"], 3)
+            self.assertTrue(torch.equal(state["big"], big + 3))
+
+    def test_a_pool_that_starts_later_holds_the_same_scenes(self):
+        first = ScenePool(1, "cpu", 3, 64)
+        first.refresh(2)
+        second = ScenePool(1, "cpu", 3, 64, first.next_number)
+        self.assertEqual(first.next_number, second.next_number)
+        batches = [pool.draw_batch(Dice(4), 4, 64)[0] for pool in (first, second)]
+        self.assertTrue(torch.equal(*batches))
+
+    def test_an_interrupted_training_goes_the_same_way(self):
+        with tempfile.TemporaryDirectory() as whole, tempfile.TemporaryDirectory() as parts:
+            reference = Trainer(plan_in(whole, 6), shaken())
+            reference.run()
+            interrupted = Trainer(plan_in(parts, 6), shaken())
+            for _ in range(3):
+                interrupted._train_step()
+                interrupted._refresh_pool()
+            interrupted.save()
+            resumed = Trainer(plan_in(parts, 6), shaken())
+            self.assertEqual(resumed.step, 3)
+            resumed.run()
+            self.assertEqual(resumed.step, 6)
+            # The moments lost some digits on the way, the scenes and draws nothing.
+            for mine, theirs in zip(reference.network.parameters(), resumed.network.parameters()):
+                self.assertTrue(torch.allclose(mine, theirs, atol=2e-4))
+            self.assertTrue(torch.equal(reference.dice.state(), resumed.dice.state()))
+            lines = pathlib.Path(parts, "log.csv").read_text(encoding="utf-8").splitlines()
+            self.assertEqual([line.split(",")[0] for line in lines], ["step", "4", "6"])
+
+    def test_a_batch_that_is_not_finite_changes_nothing(self):
+        with tempfile.TemporaryDirectory() as folder:
+            trainer = Trainer(plan_in(folder, 6), shaken())
+            before = [value.clone() for value in trainer.network.parameters()]
+            poisoned = torch.full((2, 3, 64, 64), float("nan"))
+            trainer.pool.draw_batch = lambda *_: (poisoned, poisoned)
+            trainer._train_step()
+            self.assertEqual(trainer.skipped, 1)
+            for mine, theirs in zip(before, trainer.network.parameters()):
+                self.assertTrue(torch.equal(mine, theirs))
+
+
+if __name__ == "__main__":
+    unittest.main()
