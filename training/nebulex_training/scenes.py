@@ -56,7 +56,7 @@ def develop(dice, sky, stars, level, star_scale=None):
     batch = sky.shape[0]
     if star_scale is None:
         star_scale = dice.log_uniform(0.4, 2.5, batch)
-    relative = dice.log_uniform(0.003, 0.12, batch)
+    relative = dice.log_uniform(0.004, 0.2, batch)
     total = sky + star_scale[:, None, None, None] * stars
     noisy, target = add_noise(dice, total, sky, level, relative)
     noisy, target = noisy.clamp(max=1.0), target.clamp(max=1.0)
