@@ -40,7 +40,7 @@ class Sums:
     @property
     def residual(self):
         """Sum of |result - truth| over that of |picture - truth|, over star pixels."""
-        return self._left / max(self._light, 1e-9)
+        return self._left / self._light if self._light > 0.0 else math.nan
 
     @property
     def star_psnr(self):
@@ -57,6 +57,8 @@ class Sums:
 
 
 def _psnr(squares, count):
-    if count == 0 or squares == 0.0:
+    if count == 0:
+        return math.nan
+    if squares == 0.0:
         return math.inf
     return -10.0 * math.log10(squares / count)

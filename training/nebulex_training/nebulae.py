@@ -65,7 +65,7 @@ def _cloud(dice, batch, size):
     islands = (field - threshold).clamp(min=0.0) ** dice.uniform(0.7, 2.0, batch, 1, 1)
     # Ridges along the zero lines of a smoother field, else they would be as frayed as a coast.
     smooth = warped_field(dice, slope.clamp(min=3.6), size, dice.uniform(0.02, 0.1, batch))
-    width = dice.log_uniform(0.02, 0.3, batch, 1, 1)
+    width = dice.log_uniform(0.05, 0.4, batch, 1, 1)
     filaments = 2.5 / (1.0 + (smooth / width) ** 2) * billows
     sharpness = dice.log_uniform(3.0, 40.0, batch, 1, 1)
     rims = torch.sigmoid(sharpness * (field - threshold)) * (0.5 + 0.5 * billows)

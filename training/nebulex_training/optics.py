@@ -111,7 +111,7 @@ def _diffraction(dice, width, size):
         dice.uniform(0.8, 2.0, batch, 1, 1, 1),
         0.15 * dice.normal(batch, 1, 1, 1),
     )
-    coma = dice.chance(0.35, batch, 1, 1, 1) * dice.uniform(0.1, 0.9, batch, 1, 1, 1)
+    coma = dice.chance(0.35, batch, 1, 1, 1) * dice.uniform(0.1, 0.6, batch, 1, 1, 1)
     astigmatism = dice.chance(0.25, batch, 1, 1, 1) * dice.uniform(0.1, 0.5, batch, 1, 1, 1)
     trefoil = dice.chance(0.1, batch, 1, 1, 1) * dice.uniform(0.1, 0.5, batch, 1, 1, 1)
     turn = dice.uniform(0.0, 6.2832, batch, 3, 1, 1)
