@@ -23,7 +23,8 @@ def draw_sheet(seed, count, size, pairs_a_row=2):
         cells.append(torch.cat((noisy[0], target[0], (noisy - target)[0].abs()), dim=2))
     while len(cells) % pairs_a_row:
         cells.append(torch.zeros_like(cells[0]))
-    lines = [torch.cat(cells[i : i + pairs_a_row], dim=2) for i in range(0, len(cells), pairs_a_row)]
+    starts = range(0, len(cells), pairs_a_row)
+    lines = [torch.cat(cells[start : start + pairs_a_row], dim=2) for start in starts]
     sheet = torch.cat(lines, dim=1).permute(1, 2, 0)
     return (sheet * 255.0).round().byte().numpy()
 

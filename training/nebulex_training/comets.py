@@ -6,7 +6,7 @@ from .fields import power_law_field, unit_grid
 
 
 def comets(dice, batch, size, share=0.03):
-    """batch x 3 x size x size light of one comet in that share of the scenes, in units of the sky."""
+    """batch x 3 x size x size light of a comet in that share of the scenes, in units of the sky."""
     light = torch.zeros(batch, 3, size, size, device=dice.device)
     chosen = torch.nonzero(dice.chance(share, batch))[:, 0]
     if chosen.numel():

@@ -27,7 +27,8 @@ def export_model(network, path):
     model = TileModel(network).cpu().eval()
     example = torch.rand(1, TILE, TILE, 3)
     # Later versions of PyTorch have a second exporter, which names the weights differently.
-    choice = {"dynamo": False} if "dynamo" in inspect.signature(torch.onnx.export).parameters else {}
+    parameters = inspect.signature(torch.onnx.export).parameters
+    choice = {"dynamo": False} if "dynamo" in parameters else {}
     torch.onnx.export(
         model,
         (example,),

@@ -30,7 +30,7 @@ def _colour(dice, batch, base, spread):
 
 
 def _spiral(dice, batch, size):
-    """A bulge, a disc with arms, knots and lanes of dust; discs without arms and ellipticals too."""
+    """A bulge, a disc with arms, knots and lanes of dust; also discs without arms."""
     rows, columns = unit_grid(size, dice.device)
     row = rows - dice.uniform(-0.8, 0.8, batch, 1, 1)
     column = columns - dice.uniform(-0.8, 0.8, batch, 1, 1)

@@ -7,7 +7,6 @@ convolution starts at zero, so an untrained network changes nothing.
 
 from dataclasses import asdict, dataclass
 
-import torch
 from torch import nn
 import torch.nn.functional as F
 

@@ -20,7 +20,7 @@ _WAVELENGTHS = (1.14, 1.0, 0.86)  # of red, green and blue light, over that of g
 @dataclass
 class Optics:
     """transfer: batch x 3 x size x (size / 2 + 1) complex; peak: batch x 3 largest value of the
-    point-spread function, whose sum is 1; width: batch, full width at half maximum of the seeing."""
+    point-spread function, whose sum is 1; width: batch, the seeing's full width at half maximum."""
 
     transfer: torch.Tensor
     peak: torch.Tensor

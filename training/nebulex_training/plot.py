@@ -40,5 +40,6 @@ def _draw_panel(draw, name, points, top):
         for step, value in points
     ]
     draw.line(line, fill="navy", width=2)
-    draw.text((left, top + 8), f"{name}: {low:.4g} to {high:.4g}, now {values[-1]:.4g}", fill="black")
+    title = f"{name}: {low:.4g} to {high:.4g}, now {values[-1]:.4g}"
+    draw.text((left, top + 8), title, fill="black")
     draw.text((right - 90, base + 6), f"step {steps[-1]:.0f}", fill="black")

@@ -67,7 +67,7 @@ def _cut(dice, sky, stars, level, patch):
 
 
 def fixed_scenes(first, count, size, device="cpu"):
-    """The pictures of numbered scenes that are the same in every run: a list of pairs and layers."""
+    """Numbered scenes that are the same in every run: a list of picture pairs and layers."""
     scenes = []
     for number in range(first, first + count):
         dice = scene_dice(0, number, device)

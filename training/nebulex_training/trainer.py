@@ -185,7 +185,8 @@ class Trainer:
             self.critic_optimizer.step()
 
     def _refresh_pool(self):
-        due = int(self.step * self.plan.fresh_scenes) - int((self.step - 1) * self.plan.fresh_scenes)
+        share = self.plan.fresh_scenes
+        due = int(self.step * share) - int((self.step - 1) * share)
         if due > 0:
             self.pool.refresh(due)
 
