@@ -11,6 +11,7 @@ sheet.
 import argparse
 import json
 import pathlib
+import sys
 
 from nebulex_training.evaluation.computed import ComputedMeasures, HeldOutScene, star_error
 from nebulex_training.evaluation.photographs import (
@@ -29,6 +30,7 @@ from nebulex_training.evaluation.sheet import crop_of_interest, write_sheet
 _ROOT = pathlib.Path(__file__).resolve().parent.parent
 _SHEET_SCENES = 16
 _SCENES_FOR_OPENING = 12
+_SMALLEST = 512  # pixels, what the program takes
 
 
 def parse_options():
@@ -76,10 +78,9 @@ def main():
     results = {}
     results["computed scenes"] = _measure_scenes(options, removers)
     table += _as_table(f"{options.scenes} held-out computed scenes", results["computed scenes"])
-    photographs = find_photographs(options.photographs)
     lines = []
-    for path in photographs:
-        results[path.name], line = _measure_one(path, removers)
+    for path, picture in _load_photographs(options.photographs):
+        results[path.name], line = _measure_one(picture, removers)
         lines.append(line)
         table += _as_table(path.name, results[path.name])
     if lines:
@@ -123,8 +124,21 @@ def _measure_scenes(options, removers):
     return {name: dict(measure.rows()) for name, measure in measures.items()}
 
 
-def _measure_one(path, removers):
-    picture = load_photograph(path)
+def _load_photographs(places):
+    """Path and picture of each photograph that is large enough; the others are named."""
+    for path in find_photographs(places):
+        try:
+            picture = load_photograph(path)
+        except (OSError, ValueError) as error:
+            print(f"{path} is left out: {error}", file=sys.stderr)
+            continue
+        if min(picture.shape[:2]) < _SMALLEST:
+            print(f"{path} is left out: smaller than {_SMALLEST} pixels", file=sys.stderr)
+            continue
+        yield path, picture
+
+
+def _measure_one(picture, removers):
     part = crop_of_interest(picture)
     results, line = {}, [picture[part]]
     for remover in removers:

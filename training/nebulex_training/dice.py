@@ -6,12 +6,18 @@ import torch
 
 
 class Dice:
-    """Draws tensors of random numbers. The same seed on the same device gives the same draws."""
+    """Draws random numbers. The same seed on the same kind of device gives the same draws.
+
+    Tensors are drawn on the device; single numbers on the host, which would else have to wait for
+    the device each time.
+    """
 
     def __init__(self, seed, device="cpu"):
         self.device = torch.device(device)
         self.generator = torch.Generator(device=self.device)
         self.generator.manual_seed(seed)
+        self._host = torch.Generator()
+        self._host.manual_seed(seed)
 
     def uniform(self, low, high, *shape):
         """Numbers between low and high, evenly spread."""
@@ -35,13 +41,17 @@ class Dice:
         """Whole numbers from low to high - 1."""
         return torch.randint(low, high, shape, generator=self.generator, device=self.device)
 
-    def whole(self, low, high):
-        """One whole number from low to high - 1, as an int."""
-        return int(self.integers(low, high, 1).item())
-
     def one(self, low, high):
         """One number between low and high, as a float."""
-        return float(self.uniform(low, high, 1).item())
+        return low + (high - low) * float(torch.rand(1, generator=self._host))
+
+    def one_log(self, low, high):
+        """One number between low and high whose logarithm is evenly spread, as a float."""
+        return math.exp(self.one(math.log(low), math.log(high)))
+
+    def whole(self, low, high):
+        """One whole number from low to high - 1, as an int."""
+        return int(torch.randint(low, high, (1,), generator=self._host))
 
     def happens(self, probability):
         """True with the probability."""
@@ -49,8 +59,9 @@ class Dice:
 
     def state(self):
         """What set_state() takes to go on from here."""
-        return self.generator.get_state()
+        return {"device": self.generator.get_state(), "host": self._host.get_state()}
 
     def set_state(self, state):
         """Goes on where the Dice that gave the state stood."""
-        self.generator.set_state(state.cpu())
+        self.generator.set_state(state["device"].cpu())
+        self._host.set_state(state["host"].cpu())

@@ -98,7 +98,7 @@ def small_galaxies(dice, batch, size, width):
 def _places(dice, batch, size):
     scenes, rows, columns = [], [], []
     for scene in range(batch):
-        count = int(dice.log_uniform(0.6, 14.0, 1).item())
+        count = int(dice.one_log(0.6, 14.0))
         row = dice.uniform(0.0, size - 1.0, count)
         column = dice.uniform(0.0, size - 1.0, count)
         if dice.happens(0.08):

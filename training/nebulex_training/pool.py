@@ -25,19 +25,23 @@ class ScenePool:
 
     def __init__(self, seed, device, count, size, next_number=0):
         self._seed, self._device, self._size = seed, device, size
+        # A GPU is busy only when it computes several scenes at a time.
+        self._group = 16 if torch.device(device).type == "cuda" else 1
+        count = -(-count // self._group) * self._group
         self._entries = [None] * count
         self.next_number = max(0, next_number - count)
+        self._owed = 0
         self.refresh(count)
 
     def refresh(self, count):
-        """Replaces the count oldest scenes."""
-        while count > 0:
-            batch = min(count, 16 if torch.device(self._device).type == "cuda" else 1)
+        """Replaces the count oldest scenes; on a GPU in whole groups, as soon as one is full."""
+        self._owed += count
+        while self._owed >= self._group:
             dice = scene_dice(self._seed, self.next_number, self._device)
-            layers = compute_layers(dice, batch, self._size)
-            for scene in range(batch):
+            layers = compute_layers(dice, self._group, self._size)
+            for scene in range(self._group):
                 self._put(layers, scene)
-            count -= batch
+            self._owed -= self._group
 
     def _put(self, layers, scene):
         sky, stars = layers.sky[scene], layers.stars[scene]

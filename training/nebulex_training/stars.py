@@ -22,16 +22,17 @@ def star_layer(dice, batch, size, optics, sky_level):
 
 def _stars(dice, batch, size, width, sky_level):
     scenes, rows, columns, peaks = [], [], [], []
+    levels, widths = sky_level.tolist(), width.tolist()
     for scene in range(batch):
         if dice.happens(0.03):
             continue  # starless already: nothing may change
-        count = 1 + int(dice.log_uniform(8.0, 5000.0, 1).item())
+        count = 1 + int(dice.one_log(8.0, 5000.0))
         row, column = dice.uniform(0.0, size, count), dice.uniform(0.0, size, count)
         if dice.happens(0.12):
             group_row, group_column = _group(dice, size)
             row, column = torch.cat((row, group_row)), torch.cat((column, group_column))
-        peak = _peaks(dice, row.numel(), float(sky_level[scene]))
-        row, column, peak = _with_companions(dice, row, column, peak, float(width[scene]))
+        peak = _peaks(dice, row.numel(), levels[scene])
+        row, column, peak = _with_companions(dice, row, column, peak, widths[scene])
         scenes.append(torch.full((row.numel(),), scene, device=dice.device))
         rows.append(row)
         columns.append(column)
@@ -64,7 +65,7 @@ def _group(dice, size):
 
 def _peaks(dice, count, sky_level):
     """Peak brightnesses by a power law."""
-    faintest = sky_level * float(dice.log_uniform(0.03, 1.5, 1).item())
+    faintest = sky_level * dice.one_log(0.03, 1.5)
     exponent = dice.one(1.4, 2.2)
     share = dice.uniform(1e-6, 1.0, count)
     return (faintest * share ** (-1.0 / (exponent - 1.0))).clamp(max=_BRIGHTEST)

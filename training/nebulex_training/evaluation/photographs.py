@@ -28,8 +28,13 @@ def load_photograph(path):
         return read_picture(path)
     from astropy.io import fits
 
-    data = np.nan_to_num(np.asarray(fits.getdata(path), dtype=np.float64))
-    planes = data if data.ndim == 3 and data.shape[0] == 3 else np.stack((data,) * 3)
+    with fits.open(path) as units:
+        images = [unit.data for unit in units if unit.is_image and unit.data is not None]
+    shape = images[0].shape if images else ()
+    if len(shape) != 2 and (len(shape) != 3 or shape[0] != 3):
+        raise ValueError("it holds no image of one plane or of three")
+    data = np.nan_to_num(images[0].astype(np.float64))
+    planes = data if data.ndim == 3 else np.stack((data,) * 3)
     low = np.median(planes) - 4.0 * 1.4826 * np.median(np.abs(planes - np.median(planes)))
     scaled = np.clip((planes - low) / max(np.percentile(planes, 99.95) - low, 1e-12), 0.0, 1.0)
     level = float(np.median(scaled))
