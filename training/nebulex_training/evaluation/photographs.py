@@ -37,7 +37,7 @@ def load_photograph(path):
     planes = data if data.ndim == 3 else np.stack((data,) * 3)
     low = np.median(planes) - 4.0 * 1.4826 * np.median(np.abs(planes - np.median(planes)))
     scaled = np.clip((planes - low) / max(np.percentile(planes, 99.95) - low, 1e-12), 0.0, 1.0)
-    level = float(np.median(scaled))
+    level = float(np.clip(np.median(scaled), 1e-4, 0.9))
     midtones = level * (1.0 - _MIDDLE_GREY) / (level - 2.0 * _MIDDLE_GREY * level + _MIDDLE_GREY)
     stretched = (midtones - 1.0) * scaled / ((2.0 * midtones - 1.0) * scaled - midtones)
     return np.ascontiguousarray(stretched.transpose(1, 2, 0)).astype(np.float32)
