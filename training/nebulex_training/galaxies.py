@@ -135,7 +135,7 @@ def _stamps(dice, radius, extent, row_part, column_part):
     scaled = torch.sqrt(along**2 + (across / flat) ** 2 + 0.1) / radius[:, None, None]
     profile = _sersic(scaled, dice.uniform(0.6, 2.5, count, 1, 1))
     taper = torch.sigmoid((_STAMP / 2.0 - 3.0 - torch.sqrt(x**2 + y**2)) * 0.7)
-    brightness = dice.log_uniform(0.05, 2.0, count, 1, 1) * extent[:, None, None]
+    brightness = dice.log_uniform(0.1, 6.0, count, 1, 1) * extent[:, None, None]
     strength = brightness * profile.clamp(max=12.0) * taper
     red_share = dice.uniform(0.0, 1.0, count, 1, 1, 1)
     colour = red_share * _colour(dice, count, _OLD_LIGHT, 0.1) + (1.0 - red_share) * _colour(
