@@ -100,11 +100,12 @@ def _added_stars(remove, picture, result, sources, seed):
     light = np.zeros((height, width, 3), np.float32)
     reach = int(np.ceil(5.0 * sources.width))
     scale = sources.width / (2.0 * np.sqrt(2.0 ** (1.0 / 3.0) - 1.0))
+    is_grey = np.array_equal(picture[:, :, 0], picture[:, :, 2])
     for _ in range(count):
         x, y = rng.uniform(reach, width - reach - 1), rng.uniform(reach, height - reach - 1)
         rows, columns = np.mgrid[int(y) - reach : int(y) + reach, int(x) - reach : int(x) + reach]
         profile = (1.0 + ((columns - x) ** 2 + (rows - y) ** 2) / scale**2) ** -3.0
-        colour = np.exp(0.2 * rng.standard_normal(3))
+        colour = np.ones(3) if is_grey else np.exp(0.2 * rng.standard_normal(3))
         peak = np.exp(rng.uniform(np.log(0.03), np.log(1.5)))
         light[rows, columns] += (peak * profile[:, :, None] * colour).astype(np.float32)
     # A power of 2.2 stands for the unknown stretch.
