@@ -85,9 +85,8 @@ def small_galaxies(dice, batch, size, width):
     scene, row, column = _places(dice, batch, size)
     count = scene.numel()
     # Smaller than this they could not be told from stars.
-    extent = dice.log_uniform(0.9, 3.5, count)
-    radius = (width[scene] * extent).clamp(max=_STAMP / 6.0)
-    stamps = _stamps(dice, radius, extent, row % 1.0, column % 1.0)
+    radius = (width[scene] * dice.log_uniform(0.9, 3.5, count)).clamp(max=_STAMP / 6.0)
+    stamps = _stamps(dice, radius, radius / width[scene], row % 1.0, column % 1.0)
     _add_stamps(light, stamps, scene, row.floor().long(), column.floor().long(), size)
     half = _STAMP // 2
     light = light.reshape(batch, 3, size + _STAMP, size + _STAMP)[:, :, half:-half, half:-half]
