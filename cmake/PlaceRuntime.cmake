@@ -55,6 +55,6 @@ function(nebulex_place_runtime target)
   set_target_properties(${target} PROPERTIES
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN")
-  install(TARGETS ${target} RUNTIME DESTINATION bin)
-  install(PROGRAMS ${placed_libraries} DESTINATION bin)
+  install(TARGETS ${target} RUNTIME DESTINATION "${NEBULEX_PROGRAM_DIR}" COMPONENT Program)
+  install(FILES ${placed_libraries} DESTINATION "${NEBULEX_PROGRAM_DIR}" COMPONENT Program)
 endfunction()

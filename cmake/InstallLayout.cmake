@@ -1,0 +1,26 @@
+# Where installed files go. NEBULEX_LAYOUT is one of
+#
+#   prefix     bin/ and lib/nebulex2/, for cmake --install
+#   debian     the program's files together in lib/nebulex2/ and a link in bin/, for the .deb: no
+#              library lies in a folder for programs
+#   portable   everything in one folder, for the archive that runs from anywhere
+#
+# The program finds its network and its libraries in each of them.
+set(NEBULEX_LAYOUT "prefix" CACHE STRING "Layout of the install: prefix, debian or portable")
+
+set(NEBULEX_DOC_DIR share/doc/nebulex2)
+set(NEBULEX_ZSH_DIR share/zsh/site-functions)
+if(NEBULEX_LAYOUT STREQUAL "prefix")
+  set(NEBULEX_PROGRAM_DIR bin)
+  set(NEBULEX_MODEL_DIR lib/nebulex2)
+elseif(NEBULEX_LAYOUT STREQUAL "debian")
+  set(NEBULEX_PROGRAM_DIR lib/nebulex2)
+  set(NEBULEX_MODEL_DIR lib/nebulex2)
+  set(NEBULEX_ZSH_DIR share/zsh/vendor-completions)
+elseif(NEBULEX_LAYOUT STREQUAL "portable")
+  set(NEBULEX_PROGRAM_DIR .)
+  set(NEBULEX_MODEL_DIR .)
+  set(NEBULEX_DOC_DIR .)
+else()
+  message(FATAL_ERROR "NEBULEX_LAYOUT is ${NEBULEX_LAYOUT}, not prefix, debian or portable.")
+endif()
