@@ -10,9 +10,9 @@ function(nebulex_room name)
   file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${include_root}/${name}" SYMBOLIC)
 
   add_library(nebulex_${name} STATIC ${ROOM_SOURCES})
-  target_include_directories(nebulex_${name} PUBLIC "${include_root}")
+  target_include_directories(nebulex_${name} PUBLIC "$<BUILD_INTERFACE:${include_root}>")
   list(TRANSFORM ROOM_USES PREPEND nebulex_)
   target_link_libraries(nebulex_${name}
     PUBLIC ${ROOM_USES} ${ROOM_PUBLIC_LIBRARIES}
-    PRIVATE nebulex_warnings ${ROOM_PRIVATE_LIBRARIES})
+    PRIVATE $<BUILD_INTERFACE:nebulex_warnings> ${ROOM_PRIVATE_LIBRARIES})
 endfunction()

@@ -1,10 +1,12 @@
-# cmake -D build=DIR -D version=X.Y.Z -D libraries=NAME;... -P CheckInstalledProgram.cmake
+# cmake -D build=DIR -D version=X.Y.Z -D libraries=NAME;... -D build_type=TYPE
+#       -P CheckInstalledProgram.cmake
 #
 # Fails unless the install holds exactly the files it should, and the program runs and finds its
 # network after the whole tree was moved.
 cmake_policy(VERSION 3.25)
 
 set(first "${build}/install_check/first place")
+string(TOLOWER "${build_type}" build_type)
 set(second "${build}/install_check/second place")
 file(REMOVE_RECURSE "${build}/install_check")
 execute_process(COMMAND "${CMAKE_COMMAND}" --install "${build}" --prefix "${first}"
@@ -13,6 +15,15 @@ file(RENAME "${first}" "${second}")
 
 set(expected
   "bin/nebulex2"
+  "include/nebulex/core/Image.h"
+  "include/nebulex/core/StarRemoval.h"
+  "lib/cmake/Nebulex/FindOpenCVModules.cmake"
+  "lib/cmake/Nebulex/NebulexConfig.cmake"
+  "lib/cmake/Nebulex/NebulexConfigVersion.cmake"
+  "lib/cmake/Nebulex/NebulexTargets-${build_type}.cmake"
+  "lib/cmake/Nebulex/NebulexTargets.cmake"
+  "lib/libnebulex_common.a"
+  "lib/libnebulex_core.a"
   "lib/nebulex2/Nebulex2_weights.onnx"
   "share/bash-completion/completions/nebulex2"
   "share/fish/vendor_completions.d/nebulex2.fish"
