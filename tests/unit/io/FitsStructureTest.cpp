@@ -153,6 +153,22 @@ TEST(InspectFitsStructure, TablesHaveAtMost999Fields) {
   EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, kBadTfields);
 }
 
+TEST(InspectFitsStructure, TablesBeginWithTheirMandatoryKeywords) {
+  constexpr int kBadBitpix = 211;
+  const auto statusWith = [](std::size_t index, const std::string& card) {
+    std::vector<std::string> cards = TiledCards();
+    cards[index] = card;
+    return Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus;
+  };
+  EXPECT_EQ(statusWith(1, RawCard("BITPIX  =                    (")), kBadBitpix);
+  EXPECT_EQ(statusWith(2, FitsCard("NAXIS", 1)), kBadNaxis);
+  EXPECT_EQ(statusWith(3, FitsCard("NAXIS2", 8)), kBadNaxes);
+  EXPECT_EQ(statusWith(5, FitsCard("OBJECT", 8)), kBadPcount);
+  EXPECT_EQ(statusWith(6, FitsCard("GCOUNT", 2)), kBadGcount);
+  EXPECT_EQ(statusWith(7, FitsCard("TFIELDS", "'1'")), kBadTfields);
+  EXPECT_EQ(statusWith(3, RawCard("NAXIS1  =                   '8")), kBadNaxes);
+}
+
 TEST(InspectFitsStructure, SaneTilesAreShown) {
   const FitsStructure structure =
       Inspect(kEmptyPrimary + FitsHdu(TiledCards(), std::string(400, 0)));
