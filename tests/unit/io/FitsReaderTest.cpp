@@ -22,7 +22,6 @@ namespace project_lumen::io {
 namespace {
 
 using test::ArrayCards;
-using test::BigEndian;
 using test::ExpectMessage;
 using test::FitsCard;
 using test::FitsHdu;

@@ -27,7 +27,6 @@ namespace {
 
 using test::ExpectMessage;
 using test::FitsCard;
-using test::FitsHdu;
 using test::FromBigEndian;
 using test::ParsedFits;
 using test::RawCard;
