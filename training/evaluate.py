@@ -44,6 +44,7 @@ def parse_options():
     add("--scenes", type=int, default=200)
     add("--scene-size", type=int, default=512)
     add("--stride", type=int, default=256)
+    add("--time", action="store_true", help="also measure the time for a tile")
     add("--no-classical", action="store_true", help="leave the classical ways out")
     add("--out", type=pathlib.Path, default=_ROOT / "build" / "evaluation")
     options = parser.parse_args()
@@ -72,23 +73,28 @@ def main():
                        options.stride)
         for model in options.model
     ]  # fmt: skip
-    table = [f"Time for a tile, in seconds: {_tile_times(removers)}", ""]
+    table = [f"Time for a tile, in seconds: {_tile_times(removers)}", ""] if options.time else []
     if not options.no_classical:
         removers += [InpaintingRemover(), _best_opening(options)]
     results = {}
-    results["computed scenes"] = _measure_scenes(options, removers)
-    table += _as_table(f"{options.scenes} held-out computed scenes", results["computed scenes"])
+    if options.scenes:
+        results["computed scenes"] = _measure_scenes(options, removers)
+        table += _as_table(f"{options.scenes} held-out computed scenes", results["computed scenes"])
+        _write_results(options.out, table, results)
     lines = []
     for path, picture in _load_photographs(options.photographs):
         results[path.name], line = _measure_one(picture, removers)
         lines.append(line)
         table += _as_table(path.name, results[path.name])
-    if lines:
         write_sheet(options.out / "photographs.png", ["before"] + _names(removers), lines)
-    text = "\n".join(table)
-    (options.out / "table.md").write_text(text + "\n", encoding="utf-8")
-    (options.out / "results.json").write_text(json.dumps(results, indent=1), encoding="utf-8")
-    print(text)
+        _write_results(options.out, table, results)
+    print("\n".join(table))
+
+
+def _write_results(folder, table, results):
+    """Writes what is known so far, since a large evaluation takes long."""
+    (folder / "table.md").write_text("\n".join(table) + "\n", encoding="utf-8")
+    (folder / "results.json").write_text(json.dumps(results, indent=1), encoding="utf-8")
 
 
 def _names(removers):
