@@ -14,6 +14,7 @@ import signal
 
 import torch
 
+from nebulex_training.growing import grown
 from nebulex_training.network import SHAPES, StarNet
 from nebulex_training.trainer import LossWeights, Plan, Trainer
 from nebulex_training.weights import load_network
@@ -29,16 +30,18 @@ def parse_options():
     add("--hours", type=float, default=2.0, help="of training, over all sessions of the run")
     add("--steps", type=int, default=0, help="end after so many steps, if that comes first")
     add("--init", help="start from these weights (.onnx or weights.pt)")
-    add("--shape", choices=SHAPES, default="large" if cuda else "small", help="without --init")
+    add("--shape", choices=SHAPES, help="default: that of --init, else large; --init grows to it")
     add("--device", default="cuda" if cuda else "cpu")
+    add("--bfloat16", action=argparse.BooleanOptionalAction, default=cuda,
+        help="mixed precision; on a CPU worth it where that computes bfloat16 (AMX)")
     add("--threads", type=int, default=0, help="of the CPU; 0 is all")
     add("--seed", type=int, default=1)
     add("--rate", type=float, default=1e-3, help="the highest learning rate")
     add("--batch", type=int, default=32 if cuda else 4)
     add("--patch", type=int, default=256, help="pixels, a multiple of 32")
     add("--scene-size", type=int, default=512, help="pixels, at least the patch")
-    add("--pool", type=int, default=384 if cuda else 48, help="scenes kept at a time")
-    add("--fresh-scenes", type=float, default=16.0 if cuda else 0.3, help="scenes a step")
+    add("--pool", type=int, default=384 if cuda else 96, help="scenes kept at a time")
+    add("--fresh-scenes", type=float, default=16.0 if cuda else 0.2, help="scenes a step")
     add("--decay", type=float, default=0.999, help="of the average of the weights")
     add("--texture", type=float, default=0.004, help="weight of the texture loss")
     add("--adversarial", type=float, default=0.0005 if cuda else 0.0, help="weight of the critic")
@@ -46,8 +49,16 @@ def parse_options():
     add("--report-steps", type=int, default=500 if cuda else 100)
     add("--checkpoint-minutes", type=float, default=5.0)
     add("--validation-scenes", type=int, default=24)
-    add("--validation-size", type=int, default=256)
+    add("--validation-size", type=int, default=512)
     return parser.parse_args()
+
+
+def first_network(options):
+    """The network that a new run starts with."""
+    if not options.init:
+        return StarNet(SHAPES[options.shape or "large"])
+    network = load_network(options.init)
+    return grown(network, SHAPES[options.shape]) if options.shape else network
 
 
 def main():
@@ -55,10 +66,11 @@ def main():
     if options.threads:
         torch.set_num_threads(options.threads)
     torch.manual_seed(options.seed)
-    network = load_network(options.init) if options.init else StarNet(SHAPES[options.shape])
+    network = first_network(options)
     plan = Plan(
         folder=options.folder,
         device=options.device,
+        bfloat16=options.bfloat16,
         seed=options.seed,
         seconds=options.hours * 3600.0,
         most_steps=options.steps,

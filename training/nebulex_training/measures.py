@@ -21,13 +21,16 @@ class Sums:
         self._left = self._light = 0.0
         self._star_squares = self._other_squares = 0.0
         self._star_count = self._other_count = 0
-        self._textures = []
+        self._textures, self._residuals = [], []
 
     def add(self, result, picture, truth):
         stars = star_pixels(picture, truth)
         error = (result - truth).double()
-        self._left += float(error.abs()[:, stars].sum())
-        self._light += float((picture - truth).abs()[:, stars].double().sum())
+        left = float(error.abs()[:, stars].sum())
+        light = float((picture - truth).abs()[:, stars].double().sum())
+        self._left, self._light = self._left + left, self._light + light
+        if light > 0.0:
+            self._residuals.append(left / light)
         self._star_squares += float((error[:, stars] ** 2).sum())
         self._other_squares += float((error[:, ~stars] ** 2).sum())
         self._star_count += 3 * int(stars.sum())
@@ -41,6 +44,11 @@ class Sums:
     def residual(self):
         """Sum of |result - truth| over that of |picture - truth|, over star pixels."""
         return self._left / self._light if self._light > 0.0 else math.nan
+
+    @property
+    def typical_residual(self):
+        """Median over pictures of the residual, where each counts the same, bright or not."""
+        return float(torch.tensor(self._residuals).median()) if self._residuals else math.nan
 
     @property
     def star_psnr(self):

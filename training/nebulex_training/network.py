@@ -7,6 +7,7 @@ convolution starts at zero, so an untrained network changes nothing.
 
 from dataclasses import asdict, dataclass
 
+import torch
 from torch import nn
 import torch.nn.functional as F
 
@@ -41,6 +42,23 @@ class ResidualBlock(nn.Module):
         return x + self.b(F.relu(self.a(x)))
 
 
+class Doubling(nn.ConvTranspose2d):
+    """A 2 x 2 transposed convolution of stride 2.
+
+    Computed as one of 1 x 1 and a shuffle, which is the same, since PyTorch has no fast transposed
+    convolution for the CPU; an exported model has the operator itself.
+    """
+
+    def __init__(self, width, narrower):
+        super().__init__(width, narrower, 2, stride=2)
+
+    def forward(self, x):
+        if torch.onnx.is_in_onnx_export():
+            return super().forward(x)
+        weight = self.weight.permute(1, 2, 3, 0).reshape(-1, x.shape[1], 1, 1)
+        return F.pixel_shuffle(F.conv2d(x, weight, self.bias.repeat_interleave(4)), 2)
+
+
 def _blocks(width, count):
     return nn.Sequential(*(ResidualBlock(width) for _ in range(count)))
 
@@ -65,7 +83,7 @@ class StarNet(nn.Module):
         self.mid = _blocks(widths[-1], blocks[-1])
         deep_first = range(levels - 2, -1, -1)
         self.up = nn.ModuleList(
-            nn.ConvTranspose2d(widths[i + 1], widths[i], 2, stride=2) for i in deep_first
+            Doubling(widths[i + 1], widths[i]) for i in deep_first
         )
         self.dec = nn.ModuleList(_blocks(widths[i], blocks[i]) for i in deep_first)
         self.out = nn.Conv2d(widths[0], 12, 3, padding=1)

@@ -5,6 +5,8 @@ import torch
 from .fields import convolve
 
 _BRIGHTEST = 400.0  # times the level where the camera saturates, at the star's peak
+_MOST_SATURATED = 0.025  # share of a scene's pixels
+_MOST_GLOW = 0.2  # times the sky: starlight on the darkest fifth of a scene
 
 
 def star_layer(dice, batch, size, optics, sky_level):
@@ -17,7 +19,17 @@ def star_layer(dice, batch, size, optics, sky_level):
     colour = _colours(dice, scene.numel()) * _channel_gains(dice, batch)[scene]
     points = _points(scene, row, column, flux[:, None] * colour, batch, size)
     light = convolve(points, optics.transfer).clamp(min=0.0)
-    return _bloom(dice, light)
+    return _within_reason(_bloom(dice, light), sky_level)
+
+
+def _within_reason(light, sky_level):
+    """The light dimmed where it would drown the scene: people expose so that a sky is left."""
+    brightness = light.mean(dim=1).flatten(1)
+    count = brightness.shape[1]
+    high = torch.kthvalue(brightness, int((1.0 - _MOST_SATURATED) * count), dim=1).values
+    low = torch.kthvalue(brightness, int(0.2 * count), dim=1).values
+    scale = torch.minimum(1.0 / high.clamp(min=1e-9), _MOST_GLOW * sky_level / low.clamp(min=1e-9))
+    return light * scale.clamp(max=1.0)[:, None, None, None]
 
 
 def _stars(dice, batch, size, width, sky_level):
@@ -26,7 +38,7 @@ def _stars(dice, batch, size, width, sky_level):
     for scene in range(batch):
         if dice.happens(0.03):
             continue  # starless already: nothing may change
-        count = 1 + int(dice.one_log(8.0, 5000.0))
+        count = 1 + int(dice.one_log(8.0, 5000.0) * (size / 512) ** 2)
         row, column = dice.uniform(0.0, size, count), dice.uniform(0.0, size, count)
         if dice.happens(0.12):
             group_row, group_column = _group(dice, size)

@@ -13,7 +13,7 @@ from nebulex_training.fields import convolve, power_law_field
 from nebulex_training.optics import draw_optics
 from nebulex_training.processing import _jpeg
 from nebulex_training.scenes import compute_layers, develop
-from nebulex_training.stars import _points
+from nebulex_training.stars import _points, _within_reason
 from nebulex_training.stretch import mtf, stretch_pair
 
 SIZE = 128
@@ -48,6 +48,17 @@ class Scenes(unittest.TestCase):
         layers = compute_layers(Dice(9), 4, SIZE)
         self.assertGreaterEqual(float(layers.stars.min()), 0.0)
         self.assertGreater(float(layers.stars.max()), 0.01)
+
+    def test_starlight_never_drowns_a_scene(self):
+        flood = torch.full((2, 3, 64, 64), 3.0)
+        few = torch.zeros(2, 3, 64, 64)
+        few[:, :, 5, 5] = 50.0
+        level = torch.tensor((0.01, 0.02))
+        dimmed = _within_reason(flood, level)
+        # A glow everywhere: no more than a fifth of the sky stays of it.
+        self.assertAlmostEqual(float(dimmed[0].max()), 0.002, places=6)
+        self.assertAlmostEqual(float(dimmed[1].max()), 0.004, places=6)
+        self.assertTrue(torch.equal(_within_reason(few, level), few))
 
     def test_a_scene_that_is_not_finite_becomes_the_same_grey_twice(self):
         dice = Dice(11)

@@ -1,5 +1,6 @@
 """Network, losses, measures, checkpoints and resuming."""
 
+import dataclasses
 import math
 import pathlib
 import sys
@@ -13,9 +14,11 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 from nebulex_training.checkpoint import read_newest_checkpoint, write_checkpoint
 from nebulex_training.dice import Dice
 from nebulex_training.exporting import export_model
+from nebulex_training.feeder import BatchFeeder
+from nebulex_training.growing import grown
 from nebulex_training.losses import pixel_loss, star_mask, texture_loss
 from nebulex_training.measures import Sums
-from nebulex_training.network import Shape, StarNet
+from nebulex_training.network import Doubling, Shape, StarNet
 from nebulex_training.pool import ScenePool
 from nebulex_training.trainer import LossWeights, Plan, Trainer
 from nebulex_training.weights import load_network, save_network
@@ -34,7 +37,7 @@ def shaken(shape=TINY):
 
 def plan_in(folder, steps):
     return Plan(
-        folder=pathlib.Path(folder), device="cpu", seed=1, seconds=3600.0, most_steps=steps,
+        folder=pathlib.Path(folder), device="cpu", bfloat16=False, seed=1, seconds=3600.0, most_steps=steps,
         rate=1e-3, batch=2, patch=64, pool=3, scene_size=64, fresh_scenes=0.5, decay=0.9,
         losses=LossWeights(texture=0.01, adversarial=0.001), critic_from=0.0, report_steps=2,
         checkpoint_seconds=1e9, validation_scenes=2, validation_size=64,
@@ -42,6 +45,15 @@ def plan_in(folder, steps):
 
 
 class Network(unittest.TestCase):
+    def test_doubling_is_a_transposed_convolution(self):
+        torch.manual_seed(3)
+        layer = Doubling(6, 4)
+        picture = Dice(1).normal(2, 6, 5, 7)
+        expected = torch.nn.functional.conv_transpose2d(
+            picture, layer.weight, layer.bias, stride=2
+        )
+        self.assertTrue(torch.allclose(layer(picture), expected, atol=1e-5))
+
     def test_untrained_it_changes_nothing(self):
         picture = Dice(1).uniform(0.0, 1.0, 2, 3, 64, 96)
         self.assertTrue(torch.equal(StarNet()(picture), picture))
@@ -112,6 +124,7 @@ class Measures(unittest.TestCase):
         sums = Sums()
         sums.add(result, picture, truth)
         self.assertAlmostEqual(sums.residual, 0.1, places=5)
+        self.assertAlmostEqual(sums.typical_residual, 0.1, places=5)
         self.assertAlmostEqual(sums.star_psnr, -10.0 * math.log10(0.01 / 2), places=3)
         self.assertAlmostEqual(sums.other_psnr, -10.0 * math.log10(0.0001 / 14), places=3)
 
@@ -146,7 +159,6 @@ class Resuming(unittest.TestCase):
             interrupted = Trainer(plan_in(parts, 6), shaken())
             for _ in range(3):
                 interrupted._train_step()
-                interrupted._refresh_pool()
             interrupted.save()
             resumed = Trainer(plan_in(parts, 6), shaken())
             self.assertEqual(resumed.step, 3)
@@ -155,8 +167,10 @@ class Resuming(unittest.TestCase):
             # The moments lost some digits on the way, the scenes and draws nothing.
             for mine, theirs in zip(reference.network.parameters(), resumed.network.parameters()):
                 self.assertTrue(torch.allclose(mine, theirs, atol=2e-4))
-            for key, state in reference.dice.state().items():
-                self.assertTrue(torch.equal(state, resumed.dice.state()[key]), key)
+            feeders = [trainer._feeder.state for trainer in (reference, resumed)]
+            self.assertEqual(*(state["next_scene"] for state in feeders))
+            for key, state in feeders[0]["dice"].items():
+                self.assertTrue(torch.equal(state, feeders[1]["dice"][key]), key)
             lines = pathlib.Path(parts, "log.csv").read_text(encoding="utf-8").splitlines()
             self.assertEqual([line.split(",")[0] for line in lines], ["step", "4", "6"])
 
@@ -165,11 +179,56 @@ class Resuming(unittest.TestCase):
             trainer = Trainer(plan_in(folder, 6), shaken())
             before = [value.clone() for value in trainer.network.parameters()]
             poisoned = torch.full((2, 3, 64, 64), float("nan"))
-            trainer.pool.draw_batch = lambda *_: (poisoned, poisoned)
+            trainer._feeder.next = lambda: (poisoned, poisoned)
             trainer._train_step()
             self.assertEqual(trainer.skipped, 1)
             for mine, theirs in zip(before, trainer.network.parameters()):
                 self.assertTrue(torch.equal(mine, theirs))
+
+    def test_mixed_precision_learns_too(self):
+        with tempfile.TemporaryDirectory() as folder:
+            trainer = Trainer(dataclasses.replace(plan_in(folder, 2), bfloat16=True), shaken())
+            before = trainer.network.out.weight.clone()
+            trainer.run()
+            self.assertEqual((trainer.step, trainer.skipped), (2, 0))
+            self.assertFalse(torch.equal(trainer.network.out.weight, before))
+
+    def test_what_computing_a_batch_raises_reaches_the_training(self):
+        class BrokenPool:
+            next_number = 0
+
+            def draw_batch(self, *_):
+                raise RuntimeError("no scenes")
+
+        feeder = BatchFeeder(BrokenPool(), Dice(1), plan_in("unused", 1), 0)
+        with self.assertRaisesRegex(RuntimeError, "no scenes"):
+            feeder.next()
+
+
+class Growing(unittest.TestCase):
+    LARGER = Shape((12, 10, 8, 14, 9), (2, 1, 2, 1, 3))
+
+    def test_a_grown_network_gives_the_same_pictures_at_first(self):
+        network = shaken()
+        larger = grown(network, self.LARGER)
+        self.assertEqual(larger.shape, self.LARGER)
+        picture = Dice(2).uniform(0.0, 1.0, 1, 3, 64, 64)
+        self.assertTrue(torch.allclose(network(picture), larger(picture), atol=1e-5))
+
+    def test_all_that_is_new_can_learn(self):
+        larger = grown(shaken(), self.LARGER)
+        picture = Dice(2).uniform(0.0, 1.0, 1, 3, 64, 64)
+        optimizer = torch.optim.SGD(larger.parameters(), lr=0.1)
+        for _ in range(3):  # what stands behind zeros has gradients from the second step on
+            optimizer.zero_grad()
+            larger(picture).square().mean().backward()
+            optimizer.step()
+        for name, parameter in larger.named_parameters():
+            self.assertGreater(float(parameter.grad.abs().max()), 0.0, name)
+
+    def test_no_network_shrinks(self):
+        with self.assertRaisesRegex(ValueError, "cannot grow"):
+            grown(shaken(self.LARGER), TINY)
 
 
 if __name__ == "__main__":
