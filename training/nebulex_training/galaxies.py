@@ -85,7 +85,7 @@ def small_galaxies(dice, batch, size, width):
     scene, row, column = _places(dice, batch, size)
     count = scene.numel()
     # Smaller than this they could not be told from stars.
-    radius = (width[scene] * dice.log_uniform(0.9, 3.5, count)).clamp(max=_STAMP / 6.0)
+    radius = (width[scene] * dice.log_uniform(1.0, 3.5, count)).clamp(max=_STAMP / 6.0)
     stamps = _stamps(dice, radius, radius / width[scene], row % 1.0, column % 1.0)
     _add_stamps(light, stamps, scene, row.floor().long(), column.floor().long(), size)
     half = _STAMP // 2
@@ -127,7 +127,7 @@ def _stamps(dice, radius, extent, row_part, column_part):
     angle = dice.uniform(0.0, 3.1416, count, 1, 1)
     along = x * torch.cos(angle) + y * torch.sin(angle)
     across = y * torch.cos(angle) - x * torch.sin(angle)
-    small = extent[:, None, None] < 1.6
+    small = extent[:, None, None] < 2.2
     flat = torch.where(
         small, dice.uniform(0.2, 0.65, count, 1, 1), dice.uniform(0.25, 1.0, count, 1, 1)
     )

@@ -1,8 +1,11 @@
-"""The network: a U-Net on the image folded 2 x 2, whose output is what to take away.
+"""The network: a U-Net on the image folded 2 x 2, which says what to take away or to replace.
+
+For each pixel it gives light to subtract, as a faint star or a halo needs it, and a filling with
+the share of it, as a saturated star needs it, whose edge is too sharp to be subtracted.
 
 It works at 1/2, 1/4, 1/8, 1/16 and 1/32 of the size: 3 x 3 convolutions in pairs with one ReLU, a
 2 x 2 convolution of stride 2 down, a transposed one up, skips added, no normalisation. The last
-convolution starts at zero, so an untrained network changes nothing.
+convolutions start at zero, so an untrained network changes next to nothing.
 """
 
 from dataclasses import asdict, dataclass
@@ -19,9 +22,13 @@ class Shape:
     widths: tuple = (24, 40, 64, 96, 128)
     blocks: tuple = (1, 1, 1, 2, 2)
 
-    def as_dict(self):
-        return {name: list(value) for name, value in asdict(self).items()}
+    fills: bool = True  # whether it replaces too, or subtracts only as the first networks did
 
+    def as_dict(self):
+        return asdict(self)
+
+
+_FIRST_FILLING, _FIRST_SHARE = 0.2, -5.0  # the share before its sigmoid: under a hundredth
 
 # small: the shape of the shipped weights. large: for training on a GPU, within three times the
 # time of small for a tile.
@@ -89,6 +96,11 @@ class StarNet(nn.Module):
         self.out = nn.Conv2d(widths[0], 12, 3, padding=1)
         nn.init.zeros_(self.out.weight)
         nn.init.zeros_(self.out.bias)
+        if shape.fills:
+            self.fill = nn.Conv2d(widths[0], 16, 3, padding=1)
+            nn.init.zeros_(self.fill.weight)
+            nn.init.constant_(self.fill.bias[:12], _FIRST_FILLING)
+            nn.init.constant_(self.fill.bias[12:], _FIRST_SHARE)
 
     def forward(self, picture):
         x = self.inp(F.pixel_unshuffle(picture * 2.0 - 1.0, 2))
@@ -100,7 +112,11 @@ class StarNet(nn.Module):
         x = self.mid(x)
         for up, decode in zip(self.up, self.dec):
             x = decode(up(x) + skips.pop())
-        return picture - F.pixel_shuffle(self.out(x), 2)
+        result = picture - F.pixel_shuffle(self.out(x), 2)
+        if not self.shape.fills:
+            return result
+        filling, share = F.pixel_shuffle(self.fill(x), 2).split((3, 1), dim=1)
+        return result + torch.sigmoid(share) * (filling - result)
 
 
 class TileModel(nn.Module):

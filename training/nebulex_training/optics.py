@@ -31,8 +31,7 @@ def draw_optics(dice, batch, size):
     """Optics as different as telescopes, nights and owners are."""
     width = dice.log_uniform(1.2, 7.5, batch)
     width = torch.where(dice.chance(0.06, batch) > 0, dice.uniform(7.0, 11.0, batch), width)
-    core = _seeing(dice, width, size) * _guiding(dice, width, size)
-    core = core * _lateral_colour(dice, batch, size)
+    core = _seeing(dice, width, size)
     blurred = torch.nonzero(dice.chance(0.3, batch))[:, 0]
     if blurred.numel():
         core[blurred] = core[blurred] * _diffraction(dice, width[blurred], size)
@@ -59,35 +58,44 @@ def _seeing(dice, width, size):
     beta = dice.uniform(1.8, 5.0, batch, 1, 1, 1)
     angle = dice.uniform(0.0, 3.1416, batch, 1, 1, 1)
     squeeze = 1.0 - dice.uniform(0.0, 1.0, batch, 1, 1, 1) ** 2 * 0.35
-    along = columns * torch.cos(angle) + rows * torch.sin(angle)
-    across = rows * torch.cos(angle) - columns * torch.sin(angle)
-    radius2 = (along * torch.sqrt(squeeze)) ** 2 + (across / torch.sqrt(squeeze)) ** 2
     alpha = full_width / (2.0 * torch.sqrt(2.0 ** (1.0 / beta) - 1.0))
-    return torch.fft.rfft2(_unit_sum((1.0 + radius2 / alpha**2) ** -beta))
+    beside = _lateral_colour(dice, batch)
+    kernel = torch.zeros(1, device=dice.device)
+    # Shifted here and not by phases, which would ring where the light is undersampled.
+    for weight, place in _guiding(dice, width):
+        row = rows - (place[:, None, 0] + beside[:, :, 0])[:, :, None, None]
+        column = columns - (place[:, None, 1] + beside[:, :, 1])[:, :, None, None]
+        along = column * torch.cos(angle) + row * torch.sin(angle)
+        across = row * torch.cos(angle) - column * torch.sin(angle)
+        radius2 = (along * torch.sqrt(squeeze)) ** 2 + (across / torch.sqrt(squeeze)) ** 2
+        kernel = kernel + weight[:, None, None, None] * (1.0 + radius2 / alpha**2) ** -beta
+    return torch.fft.rfft2(_unit_sum(kernel))
 
 
-def _guiding(dice, width, size):
-    """A mount that swings (a blurred line) or jumped once (a faint double)."""
+def _guiding(dice, width):
+    """Where the mount pointed: weights (batch) and places (batch x 2, rows and columns in pixels).
+
+    Some mounts swing, which draws a blurred line, some jumped once, which adds a faint double.
+    """
     batch = width.numel()
-    rows, columns = frequencies(size, dice.device)
-    angle = dice.uniform(0.0, 3.1416, batch, 1, 1, 1)
-    step = rows * torch.sin(angle) + columns * torch.cos(angle)
-    bad = dice.chance(0.15, batch, 1, 1, 1)
-    length = bad * dice.uniform(0.1, 0.7, batch, 1, 1, 1) * width[:, None, None, None]
-    line = torch.exp(-2.0 * (math.pi * step * length) ** 2)
-    jump = dice.chance(0.04, batch, 1, 1, 1) * dice.uniform(0.02, 0.3, batch, 1, 1, 1)
-    shift = step * width[:, None, None, None] * dice.uniform(0.8, 2.5, batch, 1, 1, 1)
-    double = (1.0 - jump) + jump * torch.exp(-2j * math.pi * shift)
-    return line * double
+    angle = dice.uniform(0.0, 3.1416, batch)
+    direction = torch.stack((torch.sin(angle), torch.cos(angle)), dim=1)
+    swing = dice.chance(0.15, batch) * dice.uniform(0.1, 0.7, batch) * width
+    jump = dice.chance(0.04, batch) * dice.uniform(0.02, 0.3, batch)
+    distance = width * dice.uniform(0.8, 2.5, batch)
+    steps = torch.linspace(-2.0, 2.0, 9).tolist() if bool((swing > 0).any()) else [0.0]
+    shares = [math.exp(-0.5 * step**2) for step in steps]
+    for step, share in zip(steps, shares):
+        yield (1.0 - jump) * share / sum(shares), (step * swing)[:, None] * direction
+    if bool((jump > 0).any()):
+        yield jump, distance[:, None] * direction
 
 
-def _lateral_colour(dice, batch, size):
-    """Red and blue light a little beside the green."""
-    rows, columns = frequencies(size, dice.device)
+def _lateral_colour(dice, batch):
+    """batch x 3 x 2: red and blue light a little beside the green, in pixels."""
     shift = dice.chance(0.4, batch, 1) * 0.35 * dice.normal(batch, 2).clamp(-2.5, 2.5)
-    sides = torch.tensor((1.0, 0.0, -1.0), device=dice.device)[None, :, None, None]
-    step = rows * shift[:, 0, None, None, None] + columns * shift[:, 1, None, None, None]
-    return torch.exp(-2j * math.pi * sides * step)
+    sides = torch.tensor((1.0, 0.0, -1.0), device=dice.device)
+    return sides[None, :, None] * shift[:, None, :]
 
 
 def _diffraction(dice, width, size):

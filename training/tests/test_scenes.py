@@ -102,6 +102,12 @@ class Optics(unittest.TestCase):
             self.assertAlmostEqual(float((plane.sum(1) * steps).sum()) / light, 20.25, places=4)
             self.assertAlmostEqual(float((plane.sum(0) * steps).sum()) / light, 30.6, places=4)
 
+    def test_no_optics_ring(self):
+        for seed in range(40):
+            optics = draw_optics(Dice(seed), 1, SIZE)
+            spread = torch.fft.irfft2(optics.transfer, s=(SIZE, SIZE))
+            self.assertGreater(float(spread.min() / spread.max()), -1e-5, seed)
+
     def test_a_transfer_of_one_changes_nothing(self):
         image = Dice(4).uniform(0.0, 1.0, 1, 3, 32, 32)
         same = convolve(image, torch.ones(1, 3, 32, 17, dtype=torch.complex64))

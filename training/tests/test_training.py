@@ -1,6 +1,7 @@
 """Network, losses, measures, checkpoints and resuming."""
 
 import dataclasses
+import itertools
 import math
 import pathlib
 import sys
@@ -54,18 +55,26 @@ class Network(unittest.TestCase):
         )
         self.assertTrue(torch.allclose(layer(picture), expected, atol=1e-5))
 
-    def test_untrained_it_changes_nothing(self):
+    def test_untrained_it_changes_next_to_nothing(self):
         picture = Dice(1).uniform(0.0, 1.0, 2, 3, 64, 96)
-        self.assertTrue(torch.equal(StarNet()(picture), picture))
+        self.assertLess(float((StarNet()(picture) - picture).abs().max()), 0.006)
+        subtracting = StarNet(Shape(fills=False))
+        self.assertTrue(torch.equal(subtracting(picture), picture))
+
+    def test_it_can_replace_a_sharp_edge(self):
+        network = StarNet(TINY)
+        torch.nn.init.constant_(network.fill.bias[12:], 20.0)
+        picture = Dice(1).uniform(0.0, 1.0, 1, 3, 64, 64)
+        self.assertTrue(torch.allclose(network(picture), torch.tensor(0.2), atol=1e-6))
 
     def test_weights_survive_the_way_through_a_file(self):
-        network = shaken()
         with tempfile.TemporaryDirectory() as folder:
-            for name in ("weights.pt", "model.onnx"):
+            for name, fills in itertools.product(("weights.pt", "model.onnx"), (False, True)):
+                network = shaken(dataclasses.replace(TINY, fills=fills))
                 path = pathlib.Path(folder, name)
                 (export_model if path.suffix == ".onnx" else save_network)(network, path)
                 loaded = load_network(path)
-                self.assertEqual(loaded.shape, TINY)
+                self.assertEqual(loaded.shape, network.shape)
                 for key, value in network.state_dict().items():
                     self.assertTrue(torch.equal(loaded.state_dict()[key], value), key)
 
@@ -214,6 +223,12 @@ class Growing(unittest.TestCase):
         self.assertEqual(larger.shape, self.LARGER)
         picture = Dice(2).uniform(0.0, 1.0, 1, 3, 64, 64)
         self.assertTrue(torch.allclose(network(picture), larger(picture), atol=1e-5))
+
+    def test_a_network_that_learns_to_fill_too_hardly_differs_at_first(self):
+        network = shaken(dataclasses.replace(TINY, fills=False))
+        picture = Dice(2).uniform(0.0, 1.0, 1, 3, 64, 64)
+        larger = grown(network, self.LARGER)
+        self.assertLess(float((network(picture) - larger(picture)).abs().max()), 0.03)
 
     def test_all_that_is_new_can_learn(self):
         larger = grown(shaken(), self.LARGER)
