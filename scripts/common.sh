@@ -33,11 +33,14 @@ configure_preset() {
   fi
 }
 
-# Brings the build of the CMake preset $1 up to date; says nothing when it is.
+# Brings the build of the CMake preset $1, or of its targets that follow, up to date; says nothing
+# when it is.
 build_preset() {
-  configure_preset "$1"
-  if [ "$(ninja -C "$root/build/$1" -n | tail -n 1)" != 'ninja: no work to do.' ]; then
-    say "Building build/$1"
-    ninja -C "$root/build/$1" >&2
+  preset=$1
+  shift
+  configure_preset "$preset"
+  if [ "$(ninja -C "$root/build/$preset" -n "$@" | tail -n 1)" != 'ninja: no work to do.' ]; then
+    say "Building build/$preset"
+    ninja -C "$root/build/$preset" "$@" >&2
   fi
 }

@@ -219,7 +219,7 @@ int TableStatus(const Header& header) {
                                                       {"NAXIS2", 0, INT64_MAX, BAD_NAXES},
                                                       {"PCOUNT", 0, INT64_MAX, BAD_PCOUNT},
                                                       {"GCOUNT", 1, 1, BAD_GCOUNT},
-                                                      {"TFIELDS", 0, 999, BAD_TFIELDS}}};
+                                                      {"TFIELDS", 0, kMaximumFields, BAD_TFIELDS}}};
   for (std::size_t i = 0; i < kRequirements.size() && i + 1 < header.cards.size(); ++i) {
     const Requirement& required = kRequirements[i];
     if (!IsInside(IntegerAt(header, i + 1, required.name), required.minimum, required.maximum)) {
