@@ -2,16 +2,21 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 
+#include "io/DecodedSizeLimit.h"
 #include "io/ImageFormat.h"
 #include "io/JpegEnd.h"
 #include "io/StandardErrorDiversion.h"
+#include "io/TiffErrors.h"
 #include "io/TiffImageFields.h"
 
 namespace project_lumen::io {
@@ -20,8 +25,15 @@ namespace {
 constexpr double kBitsPerByte = 8.0;
 constexpr double kLargestDeflateExpansion = 1032.0;  // zlib, "Technical details"
 
+std::uint64_t FileSize(const std::string& path) {
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  return error ? 0 : size;
+}
+
 cv::Mat Decode(const std::string& path) {
   const StandardErrorDiversion diversion;
+  const DecodedSizeLimit limit(LargestDecodedSize(FileSize(path)));
   try {
     return cv::imread(path, cv::IMREAD_UNCHANGED);
   } catch (const cv::Exception& error) {
@@ -71,12 +83,16 @@ void RequireVisibleChannels(const TiffImageFields& fields) {
   }
 }
 
+[[noreturn]] void RefuseDepth() {
+  throw std::invalid_argument(
+      "Unsupported image bit depth. Only 8-bit and 16-bit integer inputs are supported.");
+}
+
 // OpenCV shifts these up to 16 bits, so white would no longer be white.
 void RequireWholeBytes(const TiffImageFields& fields) {
   const std::uint64_t bits = fields.bitsPerSample;
   if (bits > 8 && bits < 16) {
-    throw std::invalid_argument(
-        "Unsupported image bit depth. Only 8-bit and 16-bit integer inputs are supported.");
+    RefuseDepth();
   }
 }
 
@@ -97,8 +113,9 @@ cv::Mat ReadTiffImage(const std::string& path) {
   if (IsMisreadByOpenCv(*fields) || !CanHoldItsClaim(*fields)) {
     return {};
   }
+  const TiffErrors errors;
   cv::Mat image = Decode(path);
-  if (fields->bitsPerSample > 8 && image.depth() == CV_8U) {
+  if (TiffErrors::HaveOccurred() || (fields->bitsPerSample > 8 && image.depth() == CV_8U)) {
     return {};
   }
   // Done by the decoder for fewer bits only.
@@ -110,13 +127,14 @@ cv::Mat ReadTiffImage(const std::string& path) {
 
 // PNG specification, sections 5.2 and 11.2.2: the signature is followed by the IHDR chunk.
 bool CanPngHoldItsClaim(const std::string& path) {
+  constexpr std::string_view kSignature = "\x89PNG\r\n\x1A\n";
   constexpr std::size_t kWidth = 16;
   constexpr std::size_t kHeight = 20;
   constexpr std::size_t kBitDepth = 24;
   std::array<char, kBitDepth + 1> bytes{};
   std::ifstream file(path, std::ios::binary);
   file.read(bytes.data(), bytes.size());
-  if (!file) {
+  if (!file || !std::string_view(bytes.data(), bytes.size()).starts_with(kSignature)) {
     return false;
   }
   file.seekg(0, std::ios::end);
@@ -138,6 +156,21 @@ bool IsWholeJpeg(const std::string& path) {
   return ReachesJpegEnd(file);
 }
 
+// Formats whose decoders are not for files from anywhere. DICOM (PS3.10, section 7.1), NITF and
+// DTED go to GDCM and GDAL, which end the process on damaged files. OpenEXR allocates whatever a
+// file claims, and its samples are never integers of 8 or 16 bits.
+cv::Mat ReadUnclassifiedImage(const std::string& path) {
+  std::array<char, 144> bytes{};
+  std::ifstream(path, std::ios::binary).read(bytes.data(), bytes.size());
+  const std::string_view start(bytes.data(), bytes.size());
+  if (start.starts_with("v/1\x01")) {
+    RefuseDepth();
+  }
+  const bool isFragile =
+      start.substr(128, 4) == "DICM" || start.starts_with("NITF") || start.substr(140, 4) == "DTED";
+  return isFragile ? cv::Mat() : Decode(path);
+}
+
 }  // namespace
 
 cv::Mat ReadDisplayImage(const std::string& path) {
@@ -148,8 +181,10 @@ cv::Mat ReadDisplayImage(const std::string& path) {
       return CanPngHoldItsClaim(path) ? Decode(path) : cv::Mat();
     case ImageFormat::kJpeg:
       return IsWholeJpeg(path) ? Decode(path) : cv::Mat();
-    default:
+    case ImageFormat::kBmp:
       return Decode(path);
+    default:
+      return ReadUnclassifiedImage(path);
   }
 }
 

@@ -11,14 +11,17 @@ namespace project_lumen::io {
 // below 8 bits are expanded. TIFF orientation is applied; that of EXIF data in JPEG and PNG files
 // is not.
 //
-// Empty when the file cannot be decoded: it is none of OpenCV's formats, is cut off, claims more
-// pixels than OpenCV allows or more than a file of its size can hold, or is one that OpenCV would
-// decode to other values than it stores (16-bit TIFF with separate planes, CIE L*a*b* TIFF).
+// Empty when the file cannot be decoded: it is none of OpenCV's formats, is cut off, is damaged in
+// a way that the decoder notices, claims more pixels than OpenCV allows or more than a file of its
+// size can hold, or is one that OpenCV would decode to other values than it stores (16-bit TIFF
+// with separate planes, CIE L*a*b* TIFF). DICOM, NITF and DTED files are left alone: their decoders
+// do not survive damaged ones.
 //
 // Throws std::invalid_argument where OpenCV would drop channels or widen samples unasked:
 //   "Unsupported number of image channels: N"           TIFF, grey or palette with extra samples
 //   "Unsupported image bit depth. Only 8-bit and 16-bit integer inputs are supported."
-//                                                       TIFF with 10, 12 or 14 bits a sample
+//                                                       TIFF with 10, 12 or 14 bits a sample,
+//                                                       OpenEXR
 // and std::bad_alloc. Nothing reaches standard error.
 cv::Mat ReadDisplayImage(const std::string& path);
 

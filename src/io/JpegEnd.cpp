@@ -12,6 +12,8 @@ constexpr int kTemporaryMarker = 0x01;
 constexpr int kFirstRestartMarker = 0xD0;
 constexpr int kStartOfImage = 0xD8;
 constexpr int kEndOfImage = 0xD9;
+constexpr int kStartOfScan = 0xDA;
+constexpr int kMostScans = 64;
 constexpr int kEndOfFile = std::istream::traits_type::eof();
 
 // RSTn and SOI follow each other in code; TEM stands apart. None has a segment.
@@ -46,10 +48,13 @@ void SkipSegment(std::istream& file) {
 }  // namespace
 
 bool ReachesJpegEnd(std::istream& file) {
-  for (int marker = NextMarker(file); marker != kEndOfFile; marker = NextMarker(file)) {
+  int scans = 0;
+  for (int marker = NextMarker(file); marker != kEndOfFile && scans <= kMostScans;
+       marker = NextMarker(file)) {
     if (marker == kEndOfImage) {
       return true;
     }
+    scans += marker == kStartOfScan ? 1 : 0;
     if (!StandsAlone(marker)) {
       SkipSegment(file);
     }

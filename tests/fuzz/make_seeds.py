@@ -214,7 +214,8 @@ def display_tiffs():
     for compression in "group3", "group4", "tiff_ccitt":
         made[compression] = with_pillow(bilevel, "TIFF", compression=compression)
     for compression in "jpeg", "webp":
-        made[compression] = with_pillow(PIL.Image.fromarray(colour), "TIFF", compression=compression)
+        made[f"tiff_{compression}"] = with_pillow(PIL.Image.fromarray(colour), "TIFF",
+                                                  compression=compression)
     made["lab"] = with_pillow(PIL.Image.fromarray(colour).convert("LAB"), "TIFF")
     made["cmyk"] = with_pillow(PIL.Image.fromarray(colour).convert("CMYK"), "TIFF")
     return made

@@ -422,6 +422,46 @@ TEST(ReadDisplayImage, ATiffWithMorePixelsThanOpenCvAllowsIsRefused) {
   EXPECT_TRUE(Read(BuildTiffImage(tiff, {std::string(2000, 'x')}).Build()).empty());
 }
 
+struct CompressedStrip {
+  int compression;
+  std::string sound;
+  std::string damaged;
+};
+
+// Strips of the eight samples "abcdefgh".
+const CompressedStrip kCompressedStrips[] = {
+    // The last literal is cut off.
+    {32773, "\x07"s + "abcdefgh", "\x07"s + "abcd"},
+    // A block of the type that does not exist.
+    {8, test::StoredZlib("abcdefgh"), "\x78\x01\x07"s + "abcdefghijkl"},
+    {32946, test::StoredZlib("abcdefgh"), "\x78\x01\x07"s + "abcdefghijkl"},
+    // Codes of nine bits: clear, the eight letters, end. The damaged one begins with a code that
+    // nothing has defined.
+    {5, "\x80\x18\x4C\x46\x33\x21\x94\xCC\x67\x34\x40\x40"s,
+     "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s},
+};
+
+TEST(ReadDisplayImage, SoundStripsOfEachCompressionAreRead) {
+  cv::Mat expected(2, 8, CV_8UC1);
+  for (const CompressedStrip& strip : kCompressedStrips) {
+    const TiffImage tiff{
+        .width = 8, .height = 2, .compression = strip.compression, .rowsPerStrip = 1};
+    for (int column = 0; column < 8; ++column) {
+      expected.col(column).setTo('a' + column);
+    }
+    ExpectSame(Read(BuildTiffImage(tiff, {strip.sound, strip.sound}).Build()), expected);
+  }
+}
+
+TEST(ReadDisplayImage, ADamagedStripOfAnyCompressionIsNotTakenForAPicture) {
+  for (const CompressedStrip& strip : kCompressedStrips) {
+    const TiffImage tiff{
+        .width = 8, .height = 2, .compression = strip.compression, .rowsPerStrip = 1};
+    EXPECT_TRUE(Read(BuildTiffImage(tiff, {strip.damaged, strip.sound}).Build()).empty());
+    EXPECT_TRUE(Read(BuildTiffImage(tiff, {strip.sound, strip.damaged}).Build()).empty());
+  }
+}
+
 TEST(ReadDisplayImage, PngSamplesComeAsStoredWithColoursInBgrOrder) {
   for (const int type : kTypes) {
     const cv::Mat image = RandomImage(type);
@@ -567,6 +607,38 @@ TEST(ReadDisplayImage, WhatIsNoImageIsRefused) {
   const TemporaryFolder folder;
   EXPECT_TRUE(ReadDisplayImage(folder.Folder()).empty());
   EXPECT_TRUE(ReadDisplayImage(folder.Path("missing.tif")).empty());
+}
+
+TEST(ReadDisplayImage, FormatsOfFragileDecodersAreRefused) {
+  const std::string preamble(128, '\0');
+  const std::string metaInformation = "\x02\0\0\0UL\x04\0\xFF\xFF\xFF\xFF"s;
+  EXPECT_TRUE(Read(preamble + "DICM").empty());
+  EXPECT_TRUE(Read(preamble + "DICM" + metaInformation + "\x02\0\x10\0??\xFF\xFF"s).empty());
+  EXPECT_TRUE(Read("\x89PNG" + preamble.substr(4) + "DICM" + metaInformation).empty());
+  EXPECT_TRUE(Read("NITF02.10" + std::string(400, '0')).empty());
+  EXPECT_TRUE(Read(std::string(140, '0') + "DTED" + std::string(400, '0')).empty());
+}
+
+TEST(ReadDisplayImage, OpenExrHasAnUnsupportedDepthAndIsNotDecoded) {
+  // An attribute of unknown type that claims 2 GiB.
+  ExpectRefused("v/1\x01\x02\0\0\0name\0type\0\xFF\xFF\xFF\x7F"s,
+                "Unsupported image bit depth. Only 8-bit and 16-bit integer inputs are supported.");
+}
+
+// A BMP of 8 bits whose run-length code is nothing but the end of the bitmap.
+std::string BlankBmp(std::uint32_t width, std::uint32_t height) {
+  constexpr std::uint32_t kHeaders = 14 + 40;
+  constexpr std::uint32_t kPalette = 256 * 4;
+  const TiffBuilder little;
+  return "BM" + little.Number(kHeaders + kPalette + 2, 4) + little.Number(0, 4) +
+         little.Number(kHeaders + kPalette, 4) + little.Number(40, 4) + little.Number(width, 4) +
+         little.Number(height, 4) + little.Number(1, 2) + little.Number(8, 2) +
+         little.Number(1, 4) + std::string(20, '\0') + std::string(kPalette, '\x7F') + "\0\x01"s;
+}
+
+TEST(ReadDisplayImage, NoPictureIsMuchLargerThanItsFileExplains) {
+  EXPECT_EQ(Read(BlankBmp(300, 200), "a.bmp").size(), cv::Size(300, 200));
+  EXPECT_TRUE(Read(BlankBmp(10'000, 7'000), "a.bmp").empty());
 }
 
 TEST(ReadDisplayImage, NothingReachesStandardError) {

@@ -50,6 +50,15 @@ TEST(ReachesJpegEnd, SeveralScansAndFillBytesArePassed) {
       Reaches(kStart + kScanHeader + "first" + kScanHeader + "second" + kPrefix + kPrefix + kEnd));
 }
 
+TEST(ReachesJpegEnd, MoreScansThanAnyEncoderWritesAreNotFollowed) {
+  std::string scans;
+  for (int i = 0; i < 64; ++i) {
+    scans += kScanHeader + "scan";
+  }
+  EXPECT_TRUE(Reaches(kStart + scans + kEnd));
+  EXPECT_FALSE(Reaches(kStart + scans + kScanHeader + "scan" + kEnd));
+}
+
 TEST(ReachesJpegEnd, WhatFollowsTheEndDoesNotMatter) {
   EXPECT_TRUE(Reaches(kStart + kScanHeader + "scan" + kEnd + "trailing bytes"));
 }
