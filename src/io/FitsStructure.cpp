@@ -229,6 +229,16 @@ int TableStatus(const Header& header) {
   return 0;
 }
 
+// CFITSIO copies the name of a column into 70 bytes. One that is no string, without quotes, can be
+// longer.
+bool HasOverlongColumnName(const Header& header) {
+  constexpr std::size_t kLongestName = 69;
+  return std::any_of(header.cards.begin(), header.cards.end(), [](const Card& card) {
+    return card.name.starts_with("TTYPE") && !card.value.starts_with('\'') &&
+           card.value.size() > kLongestName;
+  });
+}
+
 // CFITSIO status for a header that must stay unread; 0 when it is safe.
 int RefusalStatus(const Header& header) {
   const Integer axisCount = IntegerAt(header, 2, "NAXIS");
@@ -251,13 +261,17 @@ int RefusalStatus(const Header& header) {
   if (tableStatus != 0) {
     return tableStatus;
   }
+  if (HasOverlongColumnName(header)) {
+    return NO_QUOTE;
+  }
   return IsTiledImage(header) && !IsTilingSane(header) ? DATA_DECOMPRESSION_ERR : 0;
 }
 
 bool IsOfInterest(const Header& header, const Card& card) {
   constexpr std::size_t kLeadingCards = 3 + static_cast<std::size_t>(kMaximumAxes);
   return header.cards.size() < kLeadingCards || card.name == "PCOUNT" || card.name == "GCOUNT" ||
-         card.name == "GROUPS" || card.name == "TFIELDS" || card.name.starts_with('Z');
+         card.name == "GROUPS" || card.name == "TFIELDS" || card.name.starts_with("TTYPE") ||
+         card.name.starts_with('Z');
 }
 
 // Reads header blocks up to the one with END; of a long header only the cards that matter stay.

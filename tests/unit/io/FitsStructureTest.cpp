@@ -169,6 +169,19 @@ TEST(InspectFitsStructure, TablesBeginWithTheirMandatoryKeywords) {
   EXPECT_EQ(statusWith(3, RawCard("NAXIS1  =                   '8")), kBadNaxes);
 }
 
+TEST(InspectFitsStructure, ColumnNamesLongerThanAStringCanBeStayUnread) {
+  constexpr int kNoQuote = 205;
+  const auto statusWith = [](const std::string& card, std::size_t cardsBefore = 0) {
+    std::vector<std::string> cards = TiledCards();
+    cards.insert(cards.end(), cardsBefore, FitsCard("OBJECT", 1));
+    cards.push_back(RawCard(card));
+    return Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus;
+  };
+  EXPECT_EQ(statusWith("TTYPE1  =" + std::string(71, '>')), kNoQuote);
+  EXPECT_EQ(statusWith("TTYPE1  =" + std::string(71, '>'), 200), kNoQuote);
+  EXPECT_EQ(statusWith("TTYPE1  = '" + std::string(68, 'x') + "'"), 0);
+}
+
 TEST(InspectFitsStructure, SaneTilesAreShown) {
   const FitsStructure structure =
       Inspect(kEmptyPrimary + FitsHdu(TiledCards(), std::string(400, 0)));
