@@ -1,5 +1,6 @@
 #include "io/DisplayReader.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include <system_error>
 
 #include "io/DecodedSizeLimit.h"
+#include "io/DeflateStrips.h"
 #include "io/ImageFormat.h"
 #include "io/JpegEnd.h"
 #include "io/StandardErrorDiversion.h"
@@ -70,6 +72,24 @@ bool CanHoldItsClaim(const TiffImageFields& fields) {
          static_cast<double>(fields.fileSize) * LargestExpansion(fields.compression);
 }
 
+// OpenCV allocates a whole strip or tile, of four bytes a pixel at least, even where the image is
+// smaller.
+bool HasSensibleStrips(const TiffImageFields& fields) {
+  const bool isTiled = fields.tileWidth != 0 || fields.tileHeight != 0;
+  const std::uint64_t rows =
+      fields.rowsPerStrip == kTiffOneStrip ? fields.height : fields.rowsPerStrip;
+  const auto width = static_cast<double>(isTiled ? fields.tileWidth : fields.width);
+  const auto height = static_cast<double>(isTiled ? fields.tileHeight : rows);
+  const double pixelBytes =
+      std::max(4.0, static_cast<double>(fields.samplesPerPixel) *
+                        static_cast<double>(fields.bitsPerSample) / kBitsPerByte);
+  return width * height * pixelBytes <= static_cast<double>(LargestDecodedSize(fields.fileSize));
+}
+
+bool IsDeflated(const TiffImageFields& fields) {
+  return fields.compression == kTiffDeflate || fields.compression == kTiffOldDeflate;
+}
+
 bool IsGrey(const TiffImageFields& fields) {
   return fields.photometric == kTiffWhiteIsZero || fields.photometric == kTiffBlackIsZero;
 }
@@ -110,7 +130,8 @@ cv::Mat ReadTiffImage(const std::string& path) {
   }
   RequireVisibleChannels(*fields);
   RequireWholeBytes(*fields);
-  if (IsMisreadByOpenCv(*fields) || !CanHoldItsClaim(*fields)) {
+  if (IsMisreadByOpenCv(*fields) || !CanHoldItsClaim(*fields) || !HasSensibleStrips(*fields) ||
+      (IsDeflated(*fields) && !AreSoundDeflateStrips(path))) {
     return {};
   }
   const TiffErrors errors;

@@ -14,7 +14,10 @@ constexpr std::uint16_t kBitsPerSampleTag = 258;
 constexpr std::uint16_t kCompressionTag = 259;
 constexpr std::uint16_t kPhotometricTag = 262;
 constexpr std::uint16_t kSamplesPerPixelTag = 277;
+constexpr std::uint16_t kRowsPerStripTag = 278;
 constexpr std::uint16_t kPlanarConfigurationTag = 284;
+constexpr std::uint16_t kTileWidthTag = 322;
+constexpr std::uint16_t kTileHeightTag = 323;
 
 TiffImageFields ReadFields(std::istream& file, const TiffDirectory& directory) {
   TiffImageFields fields;
@@ -29,6 +32,9 @@ TiffImageFields ReadFields(std::istream& file, const TiffDirectory& directory) {
   read(kPhotometricTag, fields.photometric);
   read(kSamplesPerPixelTag, fields.samplesPerPixel);
   read(kPlanarConfigurationTag, fields.planarConfiguration);
+  read(kRowsPerStripTag, fields.rowsPerStrip);
+  read(kTileWidthTag, fields.tileWidth);
+  read(kTileHeightTag, fields.tileHeight);
   return fields;
 }
 

@@ -23,6 +23,9 @@ inline constexpr std::uint64_t kTiffOldDeflate = 32946;
 // PlanarConfiguration
 inline constexpr std::uint64_t kTiffSeparatePlanes = 2;
 
+// RowsPerStrip of an image that is one strip, however many rows it has
+inline constexpr std::uint64_t kTiffOneStrip = 0xFFFF'FFFF;
+
 struct TiffImageFields {
   std::uint64_t fileSize = 0;  // bytes
   std::uint64_t width = 0;
@@ -32,6 +35,9 @@ struct TiffImageFields {
   std::uint64_t photometric = kTiffBlackIsZero;
   std::uint64_t compression = kTiffUncompressed;
   std::uint64_t planarConfiguration = 1;
+  std::uint64_t rowsPerStrip = kTiffOneStrip;
+  std::uint64_t tileWidth = 0;  // 0 for images in strips
+  std::uint64_t tileHeight = 0;
 };
 
 // Fields that are absent have the values that TIFF 6.0 gives them. None when the file cannot be

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <istream>
+#include <limits>
 
 namespace project_lumen::io {
 namespace {
@@ -177,6 +178,36 @@ bool FitsValueField(const TiffVariant& variant, std::uint64_t count, std::size_t
   return count <= variant.OffsetSize() / size;
 }
 
+// The first values of an entry, `wanted` at most, where they are unsigned integers inside the file.
+std::vector<std::uint64_t> ReadValues(std::istream& file, const TiffDirectory& directory,
+                                      std::uint16_t tag, std::uint64_t wanted) {
+  const auto entry = std::find_if(directory.entries.begin(), directory.entries.end(),
+                                  [tag](const TiffEntry& e) { return e.tag == tag; });
+  const std::size_t size = entry == directory.entries.end() ? 0 : UnsignedTypeSize(entry->type);
+  if (size == 0) {
+    return {};
+  }
+  const TiffVariant& variant = directory.variant;
+  const std::span<const std::uint8_t> field = ValueField(variant, *entry);
+  const std::uint64_t count = std::min(entry->count, wanted);
+  std::vector<std::uint8_t> encoded(field.begin(), field.end());
+  if (!FitsValueField(variant, entry->count, size)) {
+    const std::string noName;
+    TiffBytes bytes(file, noName);
+    const std::uint64_t offset = variant.Decode(field);
+    if (count > directory.fileSize / size || !bytes.Holds(offset, count * size)) {
+      return {};
+    }
+    encoded.resize(static_cast<std::size_t>(count) * size);
+    bytes.Read(offset, encoded.data(), encoded.size());
+  }
+  std::vector<std::uint64_t> values(static_cast<std::size_t>(count));
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    values[i] = variant.Decode(std::span(encoded).subspan(i * size, size));
+  }
+  return values;
+}
+
 }  // namespace
 
 std::uint64_t TiffVariant::Decode(std::span<const std::uint8_t> bytes) const {
@@ -213,27 +244,13 @@ TiffLayout ReadTiffLayout(std::istream& file, const std::string& name) {
 
 std::optional<std::uint64_t> FirstTiffValue(std::istream& file, const TiffDirectory& directory,
                                             std::uint16_t tag) {
-  const auto entry = std::find_if(directory.entries.begin(), directory.entries.end(),
-                                  [tag](const TiffEntry& e) { return e.tag == tag; });
-  if (entry == directory.entries.end()) {
-    return std::nullopt;
-  }
-  const TiffVariant& variant = directory.variant;
-  const std::size_t size = UnsignedTypeSize(entry->type);
-  if (size == 0 || entry->count == 0) {
-    return std::nullopt;
-  }
-  const std::span<const std::uint8_t> field = ValueField(variant, *entry);
-  if (FitsValueField(variant, entry->count, size)) {
-    return variant.Decode(field.first(size));
-  }
-  const std::string noName;
-  TiffBytes bytes(file, noName);
-  const std::uint64_t offset = variant.Decode(field);
-  if (!bytes.Holds(offset, size)) {
-    return std::nullopt;
-  }
-  return ReadUnsigned(bytes, variant, offset, size);
+  const std::vector<std::uint64_t> values = ReadValues(file, directory, tag, 1);
+  return values.empty() ? std::nullopt : std::optional(values.front());
+}
+
+std::vector<std::uint64_t> TiffValues(std::istream& file, const TiffDirectory& directory,
+                                      std::uint16_t tag) {
+  return ReadValues(file, directory, tag, std::numeric_limits<std::uint64_t>::max());
 }
 
 }  // namespace project_lumen::io

@@ -87,4 +87,9 @@ TiffLayout ReadTiffLayout(std::istream& file, const std::string& name);
 std::optional<std::uint64_t> FirstTiffValue(std::istream& file, const TiffDirectory& directory,
                                             std::uint16_t tag);
 
+// All values of the first entry with this tag; none where FirstTiffValue has none, or where they do
+// not lie inside the file.
+std::vector<std::uint64_t> TiffValues(std::istream& file, const TiffDirectory& directory,
+                                      std::uint16_t tag);
+
 }  // namespace project_lumen::io

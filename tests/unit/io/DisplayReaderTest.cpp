@@ -462,6 +462,47 @@ TEST(ReadDisplayImage, ADamagedStripOfAnyCompressionIsNotTakenForAPicture) {
   }
 }
 
+TEST(ReadDisplayImage, AWrongByteInADeflatedStripIsNoticed) {
+  for (const int type : {CV_8UC1, CV_16UC3}) {
+    const cv::Mat image = RandomImage(type);
+    TiffImage tiff = TiffOf(image);
+    tiff.compression = 8;
+    const std::string whole =
+        BuildTiffImage(tiff, {test::StoredZlib(InterleavedBytes(image, false))}).Build();
+    ExpectSame(Read(whole), image);
+    for (std::size_t fromEnd = 1; fromEnd <= image.total() * image.elemSize() + 4; ++fromEnd) {
+      std::string damaged = whole;
+      damaged[damaged.size() - fromEnd] ^= '\x04';
+      EXPECT_TRUE(Read(damaged).empty()) << fromEnd;
+    }
+  }
+}
+
+TEST(ReadDisplayImage, AStripMuchLargerThanItsFileExplainsIsRefused) {
+  TiffImage tiff{.width = 30'000, .height = 1, .rowsPerStrip = 500};
+  const std::string row(30'000, 'x');
+  EXPECT_FALSE(Read(BuildTiffImage(tiff, {row}).Build()).empty());
+  tiff.rowsPerStrip = 30'000;
+  EXPECT_TRUE(Read(BuildTiffImage(tiff, {row}).Build()).empty());
+}
+
+TEST(ReadDisplayImage, ATileMuchLargerThanItsFileExplainsIsRefused) {
+  const auto tiled = [](std::uint64_t side, const std::string& samples) {
+    TiffBuilder builder;
+    builder.Add(256, TiffBuilder::kShort, {16})
+        .Add(257, TiffBuilder::kShort, {16})
+        .Add(258, TiffBuilder::kShort, {8})
+        .Add(259, TiffBuilder::kShort, {1})
+        .Add(262, TiffBuilder::kShort, {1})
+        .Add(277, TiffBuilder::kShort, {1})
+        .Add(322, TiffBuilder::kShort, {side})
+        .Add(323, TiffBuilder::kShort, {side});
+    return builder.AddStrips({samples}, 324, 325).Build();
+  };
+  EXPECT_EQ(Read(tiled(16, std::string(256, 'x'))).size(), cv::Size(16, 16));
+  EXPECT_TRUE(Read(tiled(30'000, std::string(2000, 'x'))).empty());
+}
+
 TEST(ReadDisplayImage, PngSamplesComeAsStoredWithColoursInBgrOrder) {
   for (const int type : kTypes) {
     const cv::Mat image = RandomImage(type);

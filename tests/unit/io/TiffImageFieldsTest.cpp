@@ -25,6 +25,7 @@ TEST_P(TiffImageFieldsTest, AreThoseOfTheFirstDirectory) {
                                             .compression = 5,
                                             .photometric = 2,
                                             .samplesPerPixel = 3,
+                                            .rowsPerStrip = 9,
                                             .planarConfiguration = 2},
                                            {"data"}, GetParam())
                                 .Build();
@@ -39,6 +40,19 @@ TEST_P(TiffImageFieldsTest, AreThoseOfTheFirstDirectory) {
   EXPECT_EQ(fields->photometric, 2U);
   EXPECT_EQ(fields->samplesPerPixel, 3U);
   EXPECT_EQ(fields->planarConfiguration, kTiffSeparatePlanes);
+  EXPECT_EQ(fields->rowsPerStrip, 9U);
+}
+
+TEST_P(TiffImageFieldsTest, TellTheSizeOfTiles) {
+  const TemporaryFolder folder;
+  WriteFileBytes(folder.Path("a.tif"), TiffBuilder(GetParam())
+                                           .Add(322, TiffBuilder::kShort, {32})
+                                           .Add(323, TiffBuilder::kLong, {16})
+                                           .Build());
+  const auto fields = ReadTiffImageFields(folder.Path("a.tif"));
+  ASSERT_TRUE(fields);
+  EXPECT_EQ(fields->tileWidth, 32U);
+  EXPECT_EQ(fields->tileHeight, 16U);
 }
 
 TEST_P(TiffImageFieldsTest, HaveTheirDefaultsWhereTheDirectoryIsSilent) {
@@ -52,6 +66,8 @@ TEST_P(TiffImageFieldsTest, HaveTheirDefaultsWhereTheDirectoryIsSilent) {
   EXPECT_EQ(fields->samplesPerPixel, 1U);
   EXPECT_EQ(fields->compression, kTiffUncompressed);
   EXPECT_EQ(fields->planarConfiguration, 1U);
+  EXPECT_EQ(fields->rowsPerStrip, kTiffOneStrip);
+  EXPECT_EQ(fields->tileWidth, 0U);
 }
 
 TEST(TiffImageFields, AreNoneWithoutAReadableDirectory) {

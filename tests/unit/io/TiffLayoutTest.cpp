@@ -1,11 +1,13 @@
 #include "io/TiffLayout.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "support/ExpectMessage.h"
 #include "support/TiffBuilder.h"
@@ -259,6 +261,32 @@ TEST(FirstTiffValue, IsNoneForMissingEmptyOtherAndOutsideValues) {
   EXPECT_FALSE(FirstTiffValue(file, directory, 258));
   EXPECT_FALSE(FirstTiffValue(file, directory, 259));
   EXPECT_FALSE(FirstTiffValue(file, directory, 270));
+}
+
+TEST(TiffValues, AreAllThatTheEntryHas) {
+  for (const TiffForm form : test::kTiffForms) {
+    std::istringstream file(TiffBuilder(form)
+                                .Add(258, TiffBuilder::kShort, {16, 8})
+                                .Add(273, TiffBuilder::kLong, {70'000, 1, 2, 3})
+                                .Build());
+    const TiffDirectory directory = ReadTiffDirectory(file, "a.tif");
+    EXPECT_THAT(TiffValues(file, directory, 258), testing::ElementsAre(16, 8));
+    EXPECT_THAT(TiffValues(file, directory, 273), testing::ElementsAre(70'000, 1, 2, 3));
+  }
+}
+
+TEST(TiffValues, AreNoneForMissingEmptyOtherAndOutsideValues) {
+  std::istringstream file(TiffBuilder()
+                              .AddField(256, TiffBuilder::kLong, 0, 1)
+                              .AddField(258, TiffBuilder::kShort, 3, 0xFFFFFFFF)
+                              .AddText(270, "text")
+                              .AddField(273, TiffBuilder::kLong, 0xFFFFFFFF, 8)
+                              .AddField(279, TiffBuilder::kLong, 100, 8)
+                              .Build());
+  const TiffDirectory directory = ReadTiffDirectory(file, "a.tif");
+  for (const std::uint16_t tag : std::vector<std::uint16_t>{256, 258, 259, 270, 273, 279}) {
+    EXPECT_THAT(TiffValues(file, directory, tag), testing::IsEmpty()) << tag;
+  }
 }
 
 }  // namespace
