@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "cli/Nebulex2/Nebulex2Model.h"
+#include "io/UnfinishedFiles.h"
 
 namespace project_lumen::cli {
 namespace {
@@ -30,6 +31,7 @@ void Process(const RunOptions& options) {
 
 void RunStarRemoval(const std::string& modelContext, const RunOptions& options) {
   SilenceAndConfineOpenCv();
+  io::RemoveUnfinishedFilesOnSignals();
   try {
     Process(options);
   } catch (const std::bad_alloc&) {

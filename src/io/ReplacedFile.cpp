@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "io/UnfinishedFiles.h"
+
 namespace project_lumen::io {
 namespace {
 
@@ -98,12 +100,12 @@ std::string CreateTemporaryFile(const std::string& target) {
   for (;;) {
     std::string path = prefix;
     path.append(std::to_string(counter++)).append(extension);
-    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (file.Get() >= 0) {
+    const int error = CreateUnfinishedFile(path);
+    if (error == 0) {
       return path;
     }
-    if (errno != EEXIST) {
-      Fail(Step::kWrite, errno);
+    if (error != EEXIST) {
+      Fail(Step::kWrite, error);
     }
   }
 }
@@ -137,6 +139,7 @@ ReplacedFile::ReplacedFile(const std::string& target) {
 ReplacedFile::~ReplacedFile() {
   if (pending_) {
     unlink(temporaryPath_.c_str());
+    ForgetUnfinishedFile(temporaryPath_);
   }
 }
 
@@ -146,6 +149,7 @@ void ReplacedFile::Commit() {
     Fail(Step::kReplace, errno);
   }
   pending_ = false;
+  ForgetUnfinishedFile(temporaryPath_);
   FlushFolder(FolderOf(target_));
 }
 

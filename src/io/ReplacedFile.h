@@ -26,7 +26,8 @@ class ReplacementError : public std::runtime_error {
 
 // A file under construction. It is created empty in the target's folder, under a hidden name of its
 // own that ends like the target's ("….tif", "….fits.gz"), so the rename stays on one file system.
-// Until Commit the target is untouched; without Commit the destructor removes the new file.
+// Until Commit the target is untouched; without Commit the destructor removes the new file, and so
+// does a signal that ends the process (io/UnfinishedFiles.h).
 //
 // A target that exists must be a regular file or a link to one, which is then replaced at the place
 // the link points to. The new file takes over the permissions of the file it replaces.

@@ -94,6 +94,21 @@ TEST_F(ReplacedFileTest, TwoFilesUnderConstructionDoNotMeet) {
   EXPECT_NE(first.TemporaryPath(), second.TemporaryPath());
 }
 
+TEST_F(ReplacedFileTest, LeftoversOfAnEarlierProcessWithTheSameNumberStay) {
+  std::string leftover = ReplacedFile(Path("a.tif")).TemporaryPath();
+  const std::string end = ".tif";
+  const std::size_t digits = leftover.rfind('-') + 1;
+  const int number = std::stoi(leftover.substr(digits)) + 1;
+  leftover.replace(digits, std::string::npos, std::to_string(number) + end);
+  Write(leftover, "left");
+  ReplacedFile file(Path("a.tif"));
+  EXPECT_NE(file.TemporaryPath(), leftover);
+  Write(file.TemporaryPath(), "new");
+  file.Commit();
+  EXPECT_EQ(Read(Path("a.tif")), "new");
+  EXPECT_EQ(Read(leftover), "left");
+}
+
 TEST_F(ReplacedFileTest, PermissionsOfTheReplacedFileStay) {
   Write(Path("a.tif"), "old");
   fs::permissions(Path("a.tif"), fs::perms(0640));
