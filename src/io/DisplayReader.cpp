@@ -3,48 +3,29 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
+#include <istream>
 #include <limits>
-#include <new>
-#include <opencv2/imgcodecs.hpp>
+#include <opencv2/core.hpp>
 #include <optional>
 #include <stdexcept>
+#include <streambuf>
 #include <string_view>
-#include <system_error>
 
 #include "io/DecodedSizeLimit.h"
 #include "io/DeflateStrips.h"
+#include "io/ImageDecoder.h"
 #include "io/ImageFormat.h"
 #include "io/JpegEnd.h"
-#include "io/StandardErrorDiversion.h"
 #include "io/TiffErrors.h"
 #include "io/TiffImageFields.h"
+#include "io/WholeFile.h"
 
 namespace project_lumen::io {
 namespace {
 
 constexpr double kBitsPerByte = 8.0;
 constexpr double kLargestDeflateExpansion = 1032.0;  // zlib, "Technical details"
-
-std::uint64_t FileSize(const std::string& path) {
-  std::error_code error;
-  const std::uintmax_t size = std::filesystem::file_size(path, error);
-  return error ? 0 : size;
-}
-
-cv::Mat Decode(const std::string& path) {
-  const StandardErrorDiversion diversion;
-  const DecodedSizeLimit limit(LargestDecodedSize(FileSize(path)));
-  try {
-    return cv::imread(path, cv::IMREAD_UNCHANGED);
-  } catch (const cv::Exception& error) {
-    if (error.code == cv::Error::StsNoMem) {
-      throw std::bad_alloc();
-    }
-    return {};
-  }
-}
 
 // The most bytes that a byte of a compressed strip can stand for.
 double LargestExpansion(std::uint64_t compression) {
@@ -135,7 +116,7 @@ cv::Mat ReadTiffImage(const std::string& path) {
     return {};
   }
   const TiffErrors errors;
-  cv::Mat image = Decode(path);
+  cv::Mat image = DecodeImage(path);
   if (TiffErrors::HaveOccurred() || (fields->bitsPerSample > 8 && image.depth() == CV_8U)) {
     return {};
   }
@@ -172,9 +153,23 @@ bool CanPngHoldItsClaim(const std::string& path) {
   return claimedBytes <= static_cast<double>(file.tellg()) * kLargestDeflateExpansion;
 }
 
-bool IsWholeJpeg(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return ReachesJpegEnd(file);
+class MemoryBuffer : public std::streambuf {
+ public:
+  explicit MemoryBuffer(const WholeFile& file) {
+    auto* const begin = reinterpret_cast<char*>(file.bytes.get());
+    setg(begin, begin, begin + file.size);
+  }
+};
+
+// libjpeg paints grey what it cannot read.
+cv::Mat ReadJpegImage(const std::string& path) {
+  const std::optional<WholeFile> file = ReadWholeFile(path, kLargestInMemory);
+  if (!file) {
+    return {};
+  }
+  MemoryBuffer buffer(*file);
+  std::istream stream(&buffer);
+  return ReachesJpegEnd(stream) ? DecodeImageBytes(*file) : cv::Mat();
 }
 
 // Formats whose decoders are not for files from anywhere. DICOM (PS3.10, section 7.1), NITF and
@@ -189,7 +184,7 @@ cv::Mat ReadUnclassifiedImage(const std::string& path) {
   }
   const bool isFragile =
       start.substr(128, 4) == "DICM" || start.starts_with("NITF") || start.substr(140, 4) == "DTED";
-  return isFragile ? cv::Mat() : Decode(path);
+  return isFragile ? cv::Mat() : DecodeImageFile(path);
 }
 
 }  // namespace
@@ -199,11 +194,11 @@ cv::Mat ReadDisplayImage(const std::string& path) {
     case ImageFormat::kTiff:
       return ReadTiffImage(path);
     case ImageFormat::kPng:
-      return CanPngHoldItsClaim(path) ? Decode(path) : cv::Mat();
+      return CanPngHoldItsClaim(path) ? DecodeImage(path) : cv::Mat();
     case ImageFormat::kJpeg:
-      return IsWholeJpeg(path) ? Decode(path) : cv::Mat();
+      return ReadJpegImage(path);
     case ImageFormat::kBmp:
-      return Decode(path);
+      return DecodeImageFile(path);
     default:
       return ReadUnclassifiedImage(path);
   }
