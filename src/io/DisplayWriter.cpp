@@ -38,6 +38,12 @@ std::vector<int> EncoderParameters(const std::string& path) {
   return {};
 }
 
+// What encoders need at most: LZW stands for a byte with 12 bits at worst (TIFF 6.0, section 13).
+std::size_t LargestEncodedSize(const cv::Mat& image) {
+  constexpr std::size_t kFileStructure = std::size_t{1} << 20U;
+  return image.total() * image.elemSize() / 2 * 3 + kFileStructure;
+}
+
 [[noreturn]] void FailToWrite(const std::string& path) {
   throw std::invalid_argument("Unable to write output image: " + path);
 }
@@ -52,6 +58,8 @@ Bytes Encode(const std::string& path, const cv::Mat& image) {
   const std::vector<int> parameters = EncoderParameters(path);
   const StandardErrorDiversion diversion;
   Bytes bytes;
+  // Now, since libtiff cannot be left by an exception while it closes its file.
+  bytes.reserve(LargestEncodedSize(image));
   bool isEncoded = false;
   try {
     isEncoded = cv::imencode(path, image, bytes, parameters);

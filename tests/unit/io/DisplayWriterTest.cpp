@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
 #include <string>
@@ -13,6 +14,7 @@
 #include "io/AstroTiff.h"
 #include "io/TiffImageFields.h"
 #include "io/TiffLayout.h"
+#include "support/AddressSpaceLimit.h"
 #include "support/ExpectMessage.h"
 #include "support/FileSizeLimit.h"
 #include "support/StandardErrorFile.h"
@@ -22,6 +24,7 @@ namespace project_lumen::io {
 namespace {
 
 namespace fs = std::filesystem;
+using test::AddressSpaceLimit;
 using test::ExpectMessage;
 using test::FileSizeLimit;
 using test::ReadFileBytes;
@@ -334,6 +337,17 @@ TEST(WriteDisplayImage, NothingReachesStandardError) {
   WriteDisplayImage(folder.Path("a.tif"), RandomImage(CV_8UC1));
   EXPECT_EQ(standardError.Text(), "");
 }
+
+#ifndef __SANITIZE_ADDRESS__  // which needs more address space than any limit
+// libtiff would be left by an exception inside a destructor, which ends the process.
+TEST(WriteDisplayImage, LackOfMemoryForTheEncodedImageIsAnException) {
+  const TemporaryFolder folder;
+  const cv::Mat image = RandomImage(CV_16UC3, 2000, 2000);
+  const AddressSpaceLimit limit(image.total() * image.elemSize());
+  EXPECT_THROW(WriteDisplayImage(folder.Path("a.tif"), image), std::bad_alloc);
+  EXPECT_EQ(folder.FileCount(), 0);
+}
+#endif
 
 }  // namespace
 }  // namespace project_lumen::io
