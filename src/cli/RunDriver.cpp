@@ -1,11 +1,11 @@
 #include "cli/RunDriver.h"
 
 #include <exception>
-#include <new>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/core/utils/logger.hpp>
 #include <stdexcept>
 
+#include "cli/FailureText.h"
 #include "cli/Nebulex2/Nebulex2Model.h"
 #include "io/UnfinishedFiles.h"
 
@@ -34,10 +34,8 @@ void RunStarRemoval(const std::string& modelContext, const RunOptions& options) 
   io::RemoveUnfinishedFilesOnSignals();
   try {
     Process(options);
-  } catch (const std::bad_alloc&) {
-    throw std::runtime_error("Not enough memory to process the image.\n" + modelContext);
   } catch (const std::exception& error) {
-    throw std::runtime_error(std::string(error.what()) + "\n" + modelContext);
+    throw std::runtime_error(FailureText(error) + "\n" + modelContext);
   }
 }
 
