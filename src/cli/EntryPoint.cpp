@@ -30,6 +30,15 @@ void ReportFailure(bool machineProgress, std::string_view message) {
   }
 }
 
+// For answers that are all that was asked for.
+int StatusOfStandardOutput(bool machineProgress) {
+  if (std::cout.flush()) {
+    return 0;
+  }
+  ReportFailure(machineProgress, "Unable to write to standard output.");
+  return kFailure;
+}
+
 void ProcessImage(const ParsedCommandLine& commandLine) {
   ValidateCommandLine(commandLine);
   RunOptions options = commandLine.options;
@@ -67,11 +76,11 @@ int RunProgram(std::span<const char* const> arguments) {
   const bool machineProgress = HasExactArgument(arguments, "--machine-progress");
   if (HasExactArgument(arguments, "--machine-info")) {
     WriteMachineInfo(std::cout, kDefaultWeightsFileName);
-    return 0;
+    return StatusOfStandardOutput(machineProgress);
   }
   if (HasExactArgument(arguments, "--check-updates")) {
     PrintUpdateCheck(std::cout);
-    return 0;
+    return StatusOfStandardOutput(machineProgress);
   }
   return ParseAndProcess(arguments, machineProgress);
 }
