@@ -43,13 +43,15 @@ class Result:
         return [line for line in self.err.splitlines() if line.startswith("Warning [")]
 
 
-def run(*arguments, cwd=None, preexec=None):
+def run(*arguments, cwd=None, preexec=None, env=None, inside=()):
+    """Runs the program with `env` added to the environment, through the command `inside`."""
     completed = subprocess.run(
-        [str(PROGRAM), *map(str, arguments)],
+        [*map(str, inside), str(PROGRAM), *map(str, arguments)],
         stdin=subprocess.DEVNULL,
         capture_output=True,
         cwd=cwd,
         preexec_fn=preexec,
+        env={**os.environ, **(env or {})},
         timeout=TIMEOUT_S,
         check=False,
     )
