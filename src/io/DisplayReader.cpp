@@ -172,19 +172,18 @@ cv::Mat ReadJpegImage(const std::string& path) {
   return ReachesJpegEnd(stream) ? DecodeImageBytes(*file) : cv::Mat();
 }
 
-// Formats whose decoders are not for files from anywhere. DICOM (PS3.10, section 7.1), NITF and
-// DTED go to GDCM and GDAL, which end the process on damaged files. OpenEXR allocates whatever a
-// file claims, and its samples are never integers of 8 or 16 bits.
-cv::Mat ReadUnclassifiedImage(const std::string& path) {
-  std::array<char, 144> bytes{};
+// OpenEXR allocates whatever a file claims, and its samples are never integers of 8 or 16 bits.
+bool IsOpenExr(const std::string& path) {
+  std::array<char, 4> bytes{};
   std::ifstream(path, std::ios::binary).read(bytes.data(), bytes.size());
-  const std::string_view start(bytes.data(), bytes.size());
-  if (start.starts_with("v/1\x01")) {
+  return std::string_view(bytes.data(), bytes.size()) == "v/1\x01";
+}
+
+cv::Mat ReadUnclassifiedImage(const std::string& path) {
+  if (IsOpenExr(path)) {
     RefuseDepth();
   }
-  const bool isFragile =
-      start.substr(128, 4) == "DICM" || start.starts_with("NITF") || start.substr(140, 4) == "DTED";
-  return isFragile ? cv::Mat() : DecodeImageFile(path);
+  return IsPlainFormat(path) ? DecodeImageFile(path) : cv::Mat();
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Reading of display formats: TIFF, PNG and whatever else OpenCV decodes.
+// Reading of display formats: TIFF, PNG and the others that OpenCV decodes by itself.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -11,11 +11,10 @@ namespace project_lumen::io {
 // below 8 bits are expanded. TIFF orientation is applied; that of EXIF data in JPEG and PNG files
 // is not.
 //
-// Empty when the file cannot be decoded: it is none of OpenCV's formats, is cut off, is damaged in
-// a way that the decoder notices, claims more pixels than OpenCV allows or more than a file of its
-// size can hold, or is one that OpenCV would decode to other values than it stores (16-bit TIFF
-// with separate planes, CIE L*a*b* TIFF). DICOM, NITF and DTED files are left alone: their decoders
-// do not survive damaged ones.
+// Empty when the file cannot be decoded: it is none of OpenCV's own formats, cannot be read, is cut
+// off, is damaged in a way that the decoder notices, claims more pixels than OpenCV allows or more
+// than a file of its size can hold, or is one that OpenCV would decode to other values than it
+// stores (16-bit TIFF with separate planes, CIE L*a*b* TIFF).
 //
 // Throws std::invalid_argument where OpenCV would drop channels or widen samples unasked:
 //   "Unsupported number of image channels: N"           TIFF, grey or palette with extra samples

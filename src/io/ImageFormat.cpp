@@ -1,13 +1,15 @@
 #include "io/ImageFormat.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <fstream>
 #include <string_view>
 
 namespace project_lumen::io {
 namespace {
 
-constexpr std::size_t kLeadingBytes = 8;
+constexpr std::size_t kLeadingBytes = 12;
 constexpr char kClassicTiffVersion = 42;
 constexpr char kBigTiffVersion = 43;
 
@@ -17,6 +19,17 @@ std::array<char, kLeadingBytes> ReadLeadingBytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   file.read(bytes.data(), bytes.size());
   return bytes;
+}
+
+// "P1" to "P7", "PF" or "Pf", and a blank.
+bool IsNetpbm(std::string_view leading) {
+  constexpr std::string_view kKinds = "1234567Ff";
+  return leading[0] == 'P' && kKinds.find(leading[1]) != std::string_view::npos &&
+         std::isspace(static_cast<unsigned char>(leading[2])) != 0;
+}
+
+bool IsWebp(std::string_view leading) {
+  return leading.starts_with("RIFF") && leading.substr(8) == "WEBP";
 }
 
 bool IsTiffVersion(char version) {
@@ -57,6 +70,23 @@ std::string DetectImageFormat(const std::string& path) {
     default:
       return "OpenCV (format unclassified)";
   }
+}
+
+bool IsPlainFormat(const std::string& path) {
+  using namespace std::string_view_literals;
+  constexpr std::array kBeginnings = {
+      "\0\0\0\x0CjP  \r\n\x87\n"sv,  // JPEG 2000
+      "\xFF\x4F\xFF\x51"sv,          // its codestream alone
+      "#?RGBE"sv,
+      "#?RADIANCE"sv,        // Radiance HDR
+      "\x59\xA6\x6A\x95"sv,  // Sun raster
+  };
+  const std::array<char, kLeadingBytes> bytes = ReadLeadingBytes(path);
+  const std::string_view leading(bytes.data(), bytes.size());
+  return IsNetpbm(leading) || IsWebp(leading) ||
+         std::any_of(kBeginnings.begin(), kBeginnings.end(), [leading](std::string_view beginning) {
+           return leading.starts_with(beginning);
+         });
 }
 
 }  // namespace project_lumen::io

@@ -7,11 +7,17 @@ namespace project_lumen::io {
 
 enum class ImageFormat { kTiff, kPng, kJpeg, kBmp, kUnclassified };
 
-// What the file's first eight bytes say; kUnclassified for everything else, a file that cannot be
+// What the file's first bytes say; kUnclassified for everything else, a file that cannot be
 // read included.
 ImageFormat IdentifyImageFormat(const std::string& path);
 
 // The same as a name for messages: "TIFF", "PNG", "JPEG", "BMP" or "OpenCV (format unclassified)".
 std::string DetectImageFormat(const std::string& path);
+
+// Whether the file begins like one of the unclassified formats whose decoder is OpenCV's own or a
+// library for nothing else: WebP, JPEG 2000, Netpbm, PFM, Radiance HDR, Sun raster. What is
+// neither goes to GDAL where OpenCV was built with it, and GDAL follows the references in a file
+// to other files and over the network.
+bool IsPlainFormat(const std::string& path);
 
 }  // namespace project_lumen::io

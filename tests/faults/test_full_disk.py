@@ -101,6 +101,7 @@ class FullDisk(FaultTest):
             complete = self.complete(source, outputs)
             # Three plain images, the one that is compressed last included.
             needed = 3 * 12 * 512 * 512 // 1024 + 64
+            shutil.rmtree(old, ignore_errors=True)
             self.restore([old / path.name for path in outputs])
             for size in spread(needed, MOST_SIZES):
                 with self.subTest(size=size):

@@ -696,5 +696,39 @@ TEST(ReadDisplayImage, NothingReachesStandardError) {
   EXPECT_EQ(standardError.Text(), "");
 }
 
+TEST(ReadDisplayImage, OtherFormatsOfOpenCvAreDecoded) {
+  for (const char* extension : {".webp", ".jp2", ".ppm", ".pgm", ".pbm", ".pam", ".sr", ".hdr"}) {
+    if (!cv::haveImageWriter(extension)) {
+      continue;
+    }
+    const std::string name = std::string("a") + extension;
+    const bool isGrey = name == "a.pgm" || name == "a.pbm";
+    const bool isFloat = name == "a.hdr";
+    cv::Mat image = RandomImage(isGrey ? CV_8UC1 : CV_8UC3, 40, 60);
+    if (isFloat) {
+      image.convertTo(image, CV_32F);
+    }
+    std::vector<unsigned char> bytes;
+    ASSERT_TRUE(cv::imencode(extension, image, bytes)) << extension;
+    EXPECT_EQ(Read({bytes.begin(), bytes.end()}, name).size(), image.size()) << extension;
+  }
+}
+
+// GDAL, which OpenCV may have been built with, takes this for one of its virtual datasets.
+TEST(ReadDisplayImage, AFileThatRefersToAnotherIsRefused) {
+  const TemporaryFolder folder;
+  ASSERT_TRUE(cv::imwrite(folder.Path("other.png"), RandomImage(CV_8UC1, 40, 60)));
+  std::string bands;
+  for (const char* colour : {"Red", "Green", "Blue"}) {
+    bands += std::string("<VRTRasterBand dataType=\"Byte\"><ColorInterp>") + colour +
+             "</ColorInterp><SimpleSource><SourceFilename>" + folder.Path("other.png") +
+             "</SourceFilename><SourceBand>1</SourceBand></SimpleSource></VRTRasterBand>";
+  }
+  WriteFileBytes(
+      folder.Path("a.img"),
+      "NITF --><VRTDataset rasterXSize=\"60\" rasterYSize=\"40\">" + bands + "</VRTDataset>");
+  EXPECT_TRUE(ReadDisplayImage(folder.Path("a.img")).empty());
+}
+
 }  // namespace
 }  // namespace project_lumen::io

@@ -58,5 +58,31 @@ TEST(DetectImageFormat, NamesAreJustNames) {
   EXPECT_EQ(DetectImageFormat(folder.Path("a b[1] \xC3\xA9.png")), "BMP");
 }
 
+bool IsPlain(const std::string& bytes) {
+  const TemporaryFolder folder;
+  WriteFileBytes(folder.Path("image"), bytes);
+  return IsPlainFormat(folder.Path("image"));
+}
+
+TEST(IsPlainFormat, KnowsTheFormatsByTheirBeginnings) {
+  EXPECT_TRUE(IsPlain("P5 512 512 255\n"));
+  EXPECT_TRUE(IsPlain("P7\nWIDTH 4"));
+  EXPECT_TRUE(IsPlain("Pf\n4 4"));
+  EXPECT_TRUE(IsPlain("RIFF1234WEBPVP8 "));
+  EXPECT_TRUE(IsPlain(std::string("\0\0\0\x0CjP  \r\n\x87\n....", 16)));
+  EXPECT_TRUE(IsPlain("#?RADIANCE\n"));
+}
+
+TEST(IsPlainFormat, IsNothingElse) {
+  EXPECT_FALSE(IsPlain(""));
+  EXPECT_FALSE(IsPlain("P"));
+  EXPECT_FALSE(IsPlain("P5x"));
+  EXPECT_FALSE(IsPlain("P8 "));
+  EXPECT_FALSE(IsPlain("RIFF1234WAVE"));
+  EXPECT_FALSE(IsPlain("NITF02.10"));
+  EXPECT_FALSE(IsPlain("<VRTDataset"));
+  EXPECT_FALSE(IsPlain(std::string(128, '\0') + "DICM"));
+}
+
 }  // namespace
 }  // namespace project_lumen::io
