@@ -62,6 +62,7 @@ void DLModelBase::PrepareLinearInput(const LinearSettings& settings, const cv::M
                                      const cv::Mat& sourceSamples, double fixedDivisor) {
   settings_ = settings;
   mtf_.reset();
+  channels_.clear();
   prepared_.release();
   sourceOutput_.release();
   if (!settings.linear) {
@@ -75,6 +76,7 @@ void DLModelBase::PrepareLinearInput(const LinearSettings& settings, const cv::M
   // The input is normalised already.
   constexpr double kWorkingDivisor = 1.0;
   mtf_.emplace(working, kWorkingDivisor, settings.shadowsClipping, settings.targetBackground);
+  channels_ = mtf_->Channels();
   prepared_ = mtf_->Stretch();
   sourceOutput_ = sourceSamples;
   ReportLinearChannels(fixedDivisor);
@@ -82,7 +84,7 @@ void DLModelBase::PrepareLinearInput(const LinearSettings& settings, const cv::M
 
 void DLModelBase::ReportLinearChannels(double fixedDivisor) const {
   int number = 0;
-  for (const core::LinearChannelStats& stats : mtf_->Channels()) {
+  for (const core::LinearChannelStats& stats : channels_) {
     ++number;
     EmitInfo(sink_, "linear_mtf",
              "channel=" + std::to_string(number) + " median=" + FormatReal(stats.median) +
@@ -105,7 +107,7 @@ void DLModelBase::RestoreFinalLinearSamples(cv::Mat& image) const {
   NEBULEX_ASSERT("project_lumen::cli::DLModelBase::RestoreFinalLinearSamples",
                  image.type() == sourceOutput.type() && image.size() == sourceOutput.size());
   for (int channel = 0; channel < sourceOutput.channels(); ++channel) {
-    const auto& stats = mtf_->Channels()[static_cast<std::size_t>(channel)];
+    const auto& stats = channels_[static_cast<std::size_t>(channel)];
     const RestoredCount count =
         RestoreChannel(sourceOutput, image, channel, stats, settings_.restoreShadows);
     if (settings_.restoreShadows) {

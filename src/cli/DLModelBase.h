@@ -46,6 +46,13 @@ class DLModelBase {
   [[nodiscard]] const DiagnosticsSink& Sink() const { return sink_; }
   [[nodiscard]] bool IsLinear() const { return settings_.linear; }
   [[nodiscard]] core::FixedLinearMtf& LinearMtf() { return *mtf_; }
+  // One record a channel, from the preparation of a linear run on.
+  [[nodiscard]] const std::vector<core::LinearChannelStats>& LinearChannels() const {
+    return channels_;
+  }
+  // Lets go of the transfer with its samples of the working grid; the final restoration needs its
+  // records only.
+  void DropLinearMtf() { mtf_.reset(); }
   // The stretched image for the network; empty unless the run is linear.
   [[nodiscard]] cv::Mat& Prepared() { return prepared_; }
 
@@ -55,6 +62,7 @@ class DLModelBase {
   DiagnosticsSink sink_;
   LinearSettings settings_;
   std::optional<core::FixedLinearMtf> mtf_;
+  std::vector<core::LinearChannelStats> channels_;
   cv::Mat prepared_;
   cv::Mat sourceOutput_;
 };

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 
 #include <opencv2/core.hpp>
 
@@ -57,6 +56,7 @@ double ProtectionWeight(const Pixel& original, const Pixel& starless) {
   return highlight == 0.0 ? 0.0 : Clamp(AgreementWeight(original, starless) * highlight);
 }
 
+// `output` may be `starless`.
 template <typename T>
 void ProtectRow(const T* original, const T* starless, T* output, std::size_t pixels) {
   for (std::size_t p = 0; p < pixels * kPixel; p += kPixel) {
@@ -77,13 +77,11 @@ void ProtectRow(const T* original, const T* starless, T* output, std::size_t pix
 }
 
 template <typename T>
-cv::Mat Protect(const cv::Mat& original, const cv::Mat& starless) {
-  cv::Mat output(original.size(), original.type());
-  for (int r = 0; r < output.rows; ++r) {
-    ProtectRow(original.ptr<T>(r), starless.ptr<T>(r), output.ptr<T>(r),
-               static_cast<std::size_t>(output.cols));
+void Protect(const cv::Mat& original, cv::Mat& starless) {
+  for (int r = 0; r < starless.rows; ++r) {
+    ProtectRow(original.ptr<T>(r), starless.ptr<T>(r), starless.ptr<T>(r),
+               static_cast<std::size_t>(starless.cols));
   }
-  return output;
 }
 
 template <typename T>
@@ -105,51 +103,79 @@ cv::Mat Mask(const cv::Mat& original, const cv::Mat& starless) {
   return output;
 }
 
-// Returns the number of suppressed samples.
-template <typename T>
-std::uint64_t UnscreenRow(const T* original, const T* starless, T* output, std::size_t count) {
-  std::uint64_t suppressedCount = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto o = static_cast<double>(original[i]);
-    const auto s = static_cast<double>(starless[i]);
-    const double level = Clamp(o);
-    const double base = Clamp(s);
-    const double difference = level - base;
-    const bool positive = std::isfinite(o) && std::isfinite(s) && base < level;
-    const bool suppressed = positive && level >= 0.995 && difference <= 0.0002;
-    const double layer = Clamp(difference / std::max(1.0 - base, 1e-16));
-    output[i] = static_cast<T>(positive && !suppressed ? layer : 0.0);
-    suppressedCount += suppressed ? 1U : 0U;
-  }
-  return suppressedCount;
+// What the unscreen layer makes of one sample.
+struct UnscreenSample {
+  double layer;
+  bool suppressed;
+};
+
+inline UnscreenSample Unscreen(double original, double starless) {
+  const double level = Clamp(original);
+  const double base = Clamp(starless);
+  const double difference = level - base;
+  const bool positive = std::isfinite(original) && std::isfinite(starless) && base < level;
+  const bool suppressed = positive && level >= 0.995 && difference <= 0.0002;
+  const double layer = Clamp(difference / std::max(1.0 - base, 1e-16));
+  return {positive && !suppressed ? layer : 0.0, suppressed};
 }
 
 template <typename T>
-std::uint64_t Unscreen(const cv::Mat& original, const cv::Mat& starless, cv::Mat& output) {
+void UnscreenRow(const T* original, const T* starless, T* output, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    output[i] = static_cast<T>(
+        Unscreen(static_cast<double>(original[i]), static_cast<double>(starless[i])).layer);
+  }
+}
+
+template <typename T>
+std::uint64_t CountSuppressedInRow(const T* original, const T* starless, std::size_t count) {
   std::uint64_t suppressed = 0;
-  for (int r = 0; r < output.rows; ++r) {
-    suppressed += UnscreenRow(original.ptr<T>(r), starless.ptr<T>(r), output.ptr<T>(r),
-                              SamplesPerRow(output));
+  for (std::size_t i = 0; i < count; ++i) {
+    suppressed +=
+        Unscreen(static_cast<double>(original[i]), static_cast<double>(starless[i])).suppressed
+            ? 1U
+            : 0U;
   }
   return suppressed;
 }
 
-std::string SuppressionWarning(std::uint64_t suppressed) {
-  return "Warning: suppressed " + std::to_string(suppressed) +
-         " near-saturated unscreen output sample(s). Additional unstable samples may remain. Check "
-         "the input image for clipped or near-clipped highlights, especially channels with values "
-         "at 1.0000.";
+template <typename T>
+cv::Mat UnscreenLayer(const cv::Mat& original, const cv::Mat& starless) {
+  cv::Mat output(original.size(), original.type());
+  for (int r = 0; r < output.rows; ++r) {
+    UnscreenRow(original.ptr<T>(r), starless.ptr<T>(r), output.ptr<T>(r), SamplesPerRow(output));
+  }
+  return output;
+}
+
+template <typename T>
+std::uint64_t CountSuppressed(const cv::Mat& original, const cv::Mat& starless) {
+  std::uint64_t suppressed = 0;
+  for (int r = 0; r < original.rows; ++r) {
+    suppressed +=
+        CountSuppressedInRow(original.ptr<T>(r), starless.ptr<T>(r), SamplesPerRow(original));
+  }
+  return suppressed;
 }
 
 }  // namespace
 
 cv::Mat ProtectStarlessHighlights(const cv::Mat& original, const cv::Mat& starless) {
+  cv::Mat output = starless.clone();
+  ProtectHighlightsInPlace(original, output);
+  return output;
+}
+
+void ProtectHighlightsInPlace(const cv::Mat& original, cv::Mat& starless) {
   NEBULEX_ASSERT("project_lumen::core::ProtectStarlessHighlights",
                  (original.depth() == CV_32F || original.depth() == CV_64F) &&
                      original.channels() == 3 && original.type() == starless.type() &&
                      original.size() == starless.size());
-  return original.depth() == CV_64F ? Protect<double>(original, starless)
-                                    : Protect<float>(original, starless);
+  if (original.depth() == CV_64F) {
+    Protect<double>(original, starless);
+  } else {
+    Protect<float>(original, starless);
+  }
 }
 
 cv::Mat ComputeStarMask(const cv::Mat& original, const cv::Mat& starless) {
@@ -165,14 +191,27 @@ cv::Mat ComputeUnscreenStarLayer(const cv::Mat& original, const cv::Mat& starles
   NEBULEX_ASSERT("project_lumen::core::ComputeUnscreenStarLayer",
                  (original.depth() == CV_32F || original.depth() == CV_64F) &&
                      original.type() == starless.type() && original.size() == starless.size());
-  cv::Mat output(original.size(), original.type());
-  const std::uint64_t suppressed = original.depth() == CV_64F
-                                       ? Unscreen<double>(original, starless, output)
-                                       : Unscreen<float>(original, starless, output);
-  if (suppressed > 0 && log) {
+  const std::uint64_t suppressed = log ? CountSuppressedSamples(original, starless) : 0;
+  if (suppressed > 0) {
     log(SuppressionWarning(suppressed));
   }
-  return output;
+  return original.depth() == CV_64F ? UnscreenLayer<double>(original, starless)
+                                    : UnscreenLayer<float>(original, starless);
+}
+
+std::uint64_t CountSuppressedSamples(const cv::Mat& original, const cv::Mat& starless) {
+  NEBULEX_ASSERT("project_lumen::core::CountSuppressedSamples",
+                 (original.depth() == CV_32F || original.depth() == CV_64F) &&
+                     original.type() == starless.type() && original.size() == starless.size());
+  return original.depth() == CV_64F ? CountSuppressed<double>(original, starless)
+                                    : CountSuppressed<float>(original, starless);
+}
+
+std::string SuppressionWarning(std::uint64_t suppressed) {
+  return "Warning: suppressed " + std::to_string(suppressed) +
+         " near-saturated unscreen output sample(s). Additional unstable samples may remain. Check "
+         "the input image for clipped or near-clipped highlights, especially channels with values "
+         "at 1.0000.";
 }
 
 }  // namespace project_lumen::core

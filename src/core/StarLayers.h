@@ -7,6 +7,7 @@
 // fail. Images that do not fit raise cv::Exception (code -215) in the function's name.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -21,6 +22,9 @@ namespace project_lumen::core {
 // clamp(original). Images have 3 channels.
 cv::Mat ProtectStarlessHighlights(const cv::Mat& original, const cv::Mat& starless);
 
+// The same in the place of the starless image.
+void ProtectHighlightsInPlace(const cv::Mat& original, cv::Mat& starless);
+
 // clamp(original - starless) a sample; 0 where either is not finite.
 cv::Mat ComputeStarMask(const cv::Mat& original, const cv::Mat& starless);
 
@@ -30,8 +34,14 @@ cv::Mat ComputeStarMask(const cv::Mat& original, const cv::Mat& starless);
 //
 // Where the original is at least 0.995 and the difference at most 0.0002 the quotient would
 // explode: the sample is suppressed to 0. If there are such samples, `log`, which may be empty,
-// gets one line with their count.
+// gets SuppressionWarning of their count.
 cv::Mat ComputeUnscreenStarLayer(const cv::Mat& original, const cv::Mat& starless,
                                  const std::function<void(const std::string&)>& log);
+
+// The number of samples that ComputeUnscreenStarLayer suppresses.
+std::uint64_t CountSuppressedSamples(const cv::Mat& original, const cv::Mat& starless);
+
+// The line that tells of suppressed samples.
+std::string SuppressionWarning(std::uint64_t suppressed);
 
 }  // namespace project_lumen::core

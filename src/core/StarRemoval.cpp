@@ -116,7 +116,10 @@ cv::Mat ComputeStarless(cv::Mat original, const StarRemovalOptions& options,
   }
   cv::Mat starless = options.linearMtf ? InferLinearImage(original, options, inferTile, callbacks)
                                        : InferImage(original, options, inferTile, callbacks);
-  return options.protectHighlights ? ProtectStarlessHighlights(original, starless) : starless;
+  if (options.protectHighlights) {
+    ProtectHighlightsInPlace(original, starless);
+  }
+  return starless;
 }
 
 void ComputeLayers(const ImageView& input, const StarRemovalOptions& options,

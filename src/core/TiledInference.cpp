@@ -160,7 +160,7 @@ cv::Mat RunTiledInference(cv::Mat image, std::int32_t window, std::int32_t strid
   }
   padded.release();
   const cv::Rect inner(geometry.leftPad, geometry.topPad, geometry.width, geometry.height);
-  return accumulator(inner).clone();
+  return accumulator(inner);
 }
 
 }  // namespace project_lumen::core

@@ -10,7 +10,8 @@ namespace project_lumen::core {
 
 // Cuts the image (CV_32FC3, rows x columns, at least one window each way) into window x window
 // tiles `stride` pixels apart, runs `inferTile` on each and blends the outputs (TileBlending.h).
-// Window and stride are even in this system. The result has the image's size and type.
+// Window and stride are even in this system. The result has the image's size and type; it is a part
+// of a larger matrix, so its rows do not follow each other.
 //
 // Tiles go column by column, each from top to bottom, strictly one after another. A tile is handed
 // out as a continuous copy of its own; its output must be CV_32FC3, window x window and finite. A

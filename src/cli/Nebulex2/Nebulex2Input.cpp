@@ -145,8 +145,12 @@ cv::Mat ToWorkingImage(cv::Mat stored, bool isFits, bool linear) {
     cv::cvtColor(stored, rgb, cv::COLOR_BGR2RGB);
   }
   stored.release();
+  const int type = linear ? CV_64FC3 : CV_32FC3;
+  if (rgb.type() == type && scale == 1.0) {
+    return rgb;
+  }
   cv::Mat image;
-  rgb.convertTo(image, linear ? CV_64FC3 : CV_32FC3, scale, 0.0);
+  rgb.convertTo(image, type, scale, 0.0);
   return image;
 }
 

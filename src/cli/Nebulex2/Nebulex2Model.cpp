@@ -68,7 +68,7 @@ void Nebulex2Model::DescribeLinearRun() {
   linearOutput_.upperClipped = input_.info.fits.upperClipped;
   linearOutput_.sourceSamples = input_.sourceSamples;
   linearOutput_.channels.clear();
-  const auto& statistics = LinearMtf().Channels();
+  const auto& statistics = LinearChannels();
   for (int c = 0; c < input_.sourceSamples.channels(); ++c) {
     const auto& channel = statistics[static_cast<std::size_t>(c)];
     linearOutput_.channels.push_back({channel.shadows, channel.constant});
@@ -106,6 +106,7 @@ void Nebulex2Model::RemoveStarsFromWorkingImage() {
                     .starless;
   input_.image.release();
   Prepared().release();
+  backend_.reset();
 }
 
 // The network's output back in linear values, CV_64F; the prediction is let go of.
@@ -113,47 +114,75 @@ cv::Mat Nebulex2Model::InvertLinearPrediction() {
   cv::Mat starless = LinearMtf().InvertLinearPrediction(Wrap(prediction_), kRestoreShadows);
   prediction_ = {};
   if (options_.protectHighlights) {
-    starless = core::ProtectStarlessHighlights(LinearMtf().Working(), starless);
+    core::ProtectHighlightsInPlace(LinearMtf().Working(), starless);
   }
+  DropLinearMtf();
   return starless;
 }
 
 void Nebulex2Model::Run() {
   RemoveStarsFromWorkingImage();
-  cv::Mat starless = IsLinear() ? InvertLinearPrediction() : Wrap(prediction_);
-  const FinalOutputRequest request{.upsampled = options_.upsample,
-                                   .grayscaleSource = input_.info.isGrayscale,
-                                   .wantMask = !options_.maskPath.empty(),
-                                   .wantUnscreen = !options_.unscreenPath.empty()};
-  outputs_ = PrepareFinalNebulexOutputs(
-      input_.sourceSamples, std::move(starless), request,
-      [this](cv::Mat& image) { RestoreFinalLinearSamples(image); }, Sink(),
-      [this](const cv::Mat& image) {
-        return ReadBackOutputImage(options_.outputPath, image, Context());
-      });
+  PrepareStarlessOutput();
+  if (WantsMask() || WantsUnscreen()) {
+    CheckLayerInputs(InputsOfLayers(), WantsUnscreen(), Sink());
+  }
+}
+
+void Nebulex2Model::PrepareStarlessOutput() {
+  const cv::Mat starless = PrepareFinalStarless(
+      IsLinear() ? InvertLinearPrediction() : Wrap(prediction_), options_.upsample,
+      input_.info.isGrayscale, [this](cv::Mat& image) { RestoreFinalLinearSamples(image); });
+  starless_ = PrepareOutputImage(options_.outputPath, starless, false, input_.info);
+  const bool isPrediction = starless_.ptr() == Wrap(prediction_).ptr();
+  if (!isPrediction) {
+    prediction_ = {};
+  }
 }
 
 void Nebulex2Model::WriteOutputs() {
-  WriteOne("Writing starless image to: ", options_.outputPath, std::move(outputs_.starless),
-           io::OutputRole::kMain);
-  if (!options_.maskPath.empty()) {
-    WriteOne("Writing mask to: ", options_.maskPath, std::move(outputs_.mask),
-             io::OutputRole::kDifference);
+  if (!WantsMask() && !WantsUnscreen()) {
+    input_.sourceSamples.release();
   }
-  if (!options_.unscreenPath.empty()) {
-    WriteOne("Writing unscreen star layer to: ", options_.unscreenPath,
-             std::move(outputs_.unscreen), io::OutputRole::kUnscreen);
+  WriteOne("Writing starless image to: ", options_.outputPath, starless_, io::OutputRole::kMain);
+  if (WantsMask()) {
+    WriteLayer("Writing mask to: ", options_.maskPath, io::OutputRole::kDifference,
+               !WantsUnscreen());
+  }
+  if (WantsUnscreen()) {
+    WriteLayer("Writing unscreen star layer to: ", options_.unscreenPath, io::OutputRole::kUnscreen,
+               true);
   }
 }
 
-void Nebulex2Model::WriteOne(const char* announcement, const std::string& path, cv::Mat image,
-                             io::OutputRole role) {
-  const cv::Mat prepared = PrepareOutputImage(path, image, false, input_.info);
-  image.release();
+void Nebulex2Model::WriteLayer(const char* announcement, const std::string& path,
+                               io::OutputRole role, bool isLast) {
+  const cv::Mat layer = PrepareLayer(path, InputsOfLayers(), role, input_.info);
+  if (isLast) {
+    DropLayerInputs();
+  }
+  WriteOne(announcement, path, layer, role);
+}
+
+void Nebulex2Model::DropLayerInputs() {
+  input_.sourceSamples.release();
+  starless_.release();
+  prediction_ = {};
+}
+
+void Nebulex2Model::WriteOne(const char* announcement, const std::string& path,
+                             const cv::Mat& prepared, io::OutputRole role) {
   if (!options_.quiet && !options_.machineProgress) {
     std::cout << announcement << path << std::endl;
   }
   WriteOutputImage(path, prepared, role, Context());
+}
+
+// The starless image is read back as its file holds it, so that file and layers belong together
+// exactly.
+LayerInputs Nebulex2Model::InputsOfLayers() const {
+  return {input_.sourceSamples, [this](const cv::Range& rows) {
+            return ReadBackOutputRows(options_.outputPath, starless_, rows, Context());
+          }};
 }
 
 OutputContext Nebulex2Model::Context() const {

@@ -28,10 +28,11 @@ class Nebulex2Model : public DLModelBase {
   // Stretches a linear image for the network; otherwise only says that the run is not linear.
   void PrepareLinearInput();
 
-  // Takes the stars out and computes the final images.
+  // Takes the stars out and makes the starless image ready to be written.
   void Run();
 
-  // Writes the starless image, then the mask and the unscreen layer where they are wanted.
+  // Writes the starless image, then the mask and the unscreen layer where they are wanted; each
+  // layer is computed before it is written and dropped after.
   void WriteOutputs();
 
  private:
@@ -40,8 +41,15 @@ class Nebulex2Model : public DLModelBase {
   void DescribeLinearRun();
   void RemoveStarsFromWorkingImage();
   cv::Mat InvertLinearPrediction();
-  void WriteOne(const char* announcement, const std::string& path, cv::Mat image,
+  void PrepareStarlessOutput();
+  void WriteLayer(const char* announcement, const std::string& path, io::OutputRole role,
+                  bool isLast);
+  void WriteOne(const char* announcement, const std::string& path, const cv::Mat& prepared,
                 io::OutputRole role);
+  void DropLayerInputs();
+  [[nodiscard]] bool WantsMask() const { return !options_.maskPath.empty(); }
+  [[nodiscard]] bool WantsUnscreen() const { return !options_.unscreenPath.empty(); }
+  [[nodiscard]] LayerInputs InputsOfLayers() const;
   [[nodiscard]] OutputContext Context() const;
 
   RunOptions options_;
@@ -49,7 +57,7 @@ class Nebulex2Model : public DLModelBase {
   io::LinearOutputInfo linearOutput_;
   std::unique_ptr<backend::OnnxRuntimeBackend> backend_;
   core::Image prediction_;  // what the network made of the working image
-  FinalOutputs outputs_;    // may share the prediction's samples
+  cv::Mat starless_;        // ready to be written; may share the prediction's samples
 };
 
 }  // namespace project_lumen::cli

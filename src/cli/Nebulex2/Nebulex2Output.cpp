@@ -7,7 +7,6 @@
 #include "cli/DLModelBase.h"
 #include "cli/FloatImageChannels.h"
 #include "common/PathSuffix.h"
-#include "core/StarLayers.h"
 #include "io/DisplayWriter.h"
 #include "io/FitsWriter.h"
 
@@ -22,46 +21,24 @@ const io::SourceImageInfo* FitsSourceOrNull(const io::SourceImageInfo& source) {
   return source.isFits ? &source : nullptr;
 }
 
-cv::Mat ToFloat64(const cv::Mat& image) {
-  if (image.depth() == CV_64F) {
-    return image;
-  }
-  cv::Mat converted;
-  image.convertTo(converted, CV_64F);
-  return converted;
+io::LinearOutputInfo RowsOf(const io::LinearOutputInfo& linear, const cv::Range& rows) {
+  io::LinearOutputInfo part = linear;
+  part.sourceSamples = linear.sourceSamples.rowRange(rows);
+  return part;
 }
 
 }  // namespace
 
-FinalOutputs PrepareFinalNebulexOutputs(const cv::Mat& source, cv::Mat starless,
-                                        const FinalOutputRequest& request,
-                                        const std::function<void(cv::Mat&)>& restoreLinear,
-                                        const DiagnosticsSink& sink,
-                                        const std::function<cv::Mat(const cv::Mat&)>& readBack) {
-  FinalOutputs outputs;
-  outputs.starless = std::move(starless);
-  if (request.upsampled) {
-    outputs.starless = DLModelBase::RescaleImage(outputs.starless, 0.5);
+cv::Mat PrepareFinalStarless(cv::Mat starless, bool upsampled, bool grayscaleSource,
+                             const std::function<void(cv::Mat&)>& restoreLinear) {
+  if (upsampled) {
+    starless = DLModelBase::RescaleImage(starless, 0.5);
   }
-  if (request.grayscaleSource && outputs.starless.channels() == 3) {
-    outputs.starless = RgbToGray(outputs.starless);
+  if (grayscaleSource && starless.channels() == 3) {
+    starless = RgbToGray(starless);
   }
-  restoreLinear(outputs.starless);
-  if (!request.wantMask && !request.wantUnscreen) {
-    return outputs;
-  }
-  const cv::Mat stored = readBack(outputs.starless);
-  const cv::Mat original = ToFloat64(source);
-  if (request.wantMask) {
-    outputs.mask = core::ComputeStarMask(original, stored);
-  }
-  if (request.wantUnscreen) {
-    outputs.unscreen =
-        core::ComputeUnscreenStarLayer(original, stored, [&sink](const std::string& message) {
-          EmitWarning(sink, WarningKind::kDataLoss, message);
-        });
-  }
-  return outputs;
+  restoreLinear(starless);
+  return starless;
 }
 
 cv::Mat PrepareOutputImage(const std::string& path, const cv::Mat& image, bool downsample,
@@ -96,18 +73,37 @@ void WriteOutputImage(const std::string& path, const cv::Mat& prepared, io::Outp
   io::WriteDisplayImage(path, prepared, context.source.astroTiffHeader);
 }
 
-cv::Mat ReadBackOutputImage(const std::string& path, const cv::Mat& image,
-                            const OutputContext& context) {
+cv::Mat ReadBackOutputRows(const std::string& path, const cv::Mat& prepared, const cv::Range& rows,
+                           const OutputContext& context) {
+  const cv::Mat part = prepared.rowRange(rows);
   if (IsFitsPath(path)) {
-    return io::PreviewFitsOutput(image, FitsSourceOrNull(context.source), context.linear);
+    const io::SourceImageInfo* source = FitsSourceOrNull(context.source);
+    if (context.linear == nullptr) {
+      return io::PreviewFitsOutput(part, source, nullptr);
+    }
+    const io::LinearOutputInfo linear = RowsOf(*context.linear, rows);
+    return io::PreviewFitsOutput(part, source, &linear);
   }
-  cv::Mat stored = PrepareOutputImage(path, image, false, context.source);
-  if (stored.channels() == 3) {
-    cv::cvtColor(stored, stored, cv::COLOR_BGR2RGB);
+  cv::Mat rgb;
+  if (part.channels() == 3) {
+    cv::cvtColor(part, rgb, cv::COLOR_BGR2RGB);
+  } else {
+    rgb = part;
   }
   cv::Mat values;
-  stored.convertTo(values, CV_64F, 1.0 / WhiteOf(stored.depth()), 0.0);
+  rgb.convertTo(values, CV_64F, 1.0 / WhiteOf(part.depth()), 0.0);
   return values;
+}
+
+cv::Mat PrepareLayer(const std::string& path, const LayerInputs& inputs, io::OutputRole role,
+                     const io::SourceImageInfo& source) {
+  cv::Mat prepared;
+  ComputeLayer(inputs, role, [&](const cv::Mat& layer, const cv::Range& rows) {
+    const cv::Mat part = PrepareOutputImage(path, layer, false, source);
+    prepared.create(inputs.source.size(), part.type());
+    part.copyTo(prepared.rowRange(rows));
+  });
+  return prepared;
 }
 
 }  // namespace project_lumen::cli

@@ -5,6 +5,7 @@
 #include <opencv2/core/mat.hpp>
 #include <string>
 
+#include "cli/Nebulex2/LayerBands.h"
 #include "common/Diagnostics.h"
 #include "io/LinearOutputInfo.h"
 #include "io/OutputRole.h"
@@ -12,31 +13,11 @@
 
 namespace project_lumen::cli {
 
-// Normalised images on the input's grid; one channel for a grayscale source, else RGB. A layer that
-// is not wanted is empty.
-struct FinalOutputs {
-  cv::Mat starless;
-  cv::Mat mask;      // CV_64F
-  cv::Mat unscreen;  // CV_64F
-};
-
-struct FinalOutputRequest {
-  bool upsampled = false;        // the starless image is on the doubled grid
-  bool grayscaleSource = false;  // results have one channel
-  bool wantMask = false;
-  bool wantUnscreen = false;
-};
-
-// Brings the starless image to the input's grid and channels, lets `restoreLinear` put source
-// samples back, and computes the wanted layers from the source and from the starless image as
-// `readBack` says it will be read from its file, so that file and layers belong together exactly.
-// `source` is on the input's grid. Samples that the unscreen layer suppresses go out as a data-loss
-// warning.
-FinalOutputs PrepareFinalNebulexOutputs(const cv::Mat& source, cv::Mat starless,
-                                        const FinalOutputRequest& request,
-                                        const std::function<void(cv::Mat&)>& restoreLinear,
-                                        const DiagnosticsSink& sink,
-                                        const std::function<cv::Mat(const cv::Mat&)>& readBack);
+// Brings the starless image from the working grid to the input's grid and channels (one for a
+// grayscale source) and lets `restoreLinear` put source samples back. `upsampled`: it is on the
+// doubled grid.
+cv::Mat PrepareFinalStarless(cv::Mat starless, bool upsampled, bool grayscaleSource,
+                             const std::function<void(cv::Mat&)>& restoreLinear);
 
 // Where results come from and where their records go: what writing needs to know of the run.
 struct OutputContext {
@@ -56,8 +37,13 @@ cv::Mat PrepareOutputImage(const std::string& path, const cv::Mat& image, bool d
 void WriteOutputImage(const std::string& path, const cv::Mat& prepared, io::OutputRole role,
                       const OutputContext& context);
 
-// The main image as it will be read back from the file at `path`, CV_64F, normalised.
-cv::Mat ReadBackOutputImage(const std::string& path, const cv::Mat& image,
-                            const OutputContext& context);
+// Rows of the main image as they will be read back from the file at `path`: CV_64F, normalised.
+// `prepared` is the whole image, ready for WriteOutputImage at that path.
+cv::Mat ReadBackOutputRows(const std::string& path, const cv::Mat& prepared, const cv::Range& rows,
+                           const OutputContext& context);
+
+// The star mask or the unscreen layer, ready for WriteOutputImage at `path`.
+cv::Mat PrepareLayer(const std::string& path, const LayerInputs& inputs, io::OutputRole role,
+                     const io::SourceImageInfo& source);
 
 }  // namespace project_lumen::cli

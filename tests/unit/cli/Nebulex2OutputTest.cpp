@@ -26,12 +26,11 @@ io::SourceImageInfo GraySource(int depth) {
   return info;
 }
 
-const auto kNoRestoration = [](cv::Mat&) {};
-const auto kIdentityReadBack = [](const cv::Mat& image) {
-  cv::Mat values;
-  image.convertTo(values, CV_64F);
-  return values;
-};
+// The image as it will be read back, through the path that the program takes.
+cv::Mat ReadBack(const std::string& path, const cv::Mat& image, const OutputContext& context) {
+  const cv::Mat prepared = PrepareOutputImage(path, image, false, context.source);
+  return ReadBackOutputRows(path, prepared, {0, image.rows}, context);
+}
 
 TEST(PrepareOutputImage, RoundsToNearestAndSaturates) {
   const cv::Mat image =
@@ -91,12 +90,12 @@ TEST(PrepareOutputImage, ShortPathIsOutOfRange) {
   }
 }
 
-TEST(ReadBackOutputImage, HoldsWhatTheFileWillHoldInRgbOrder) {
+TEST(ReadBackOutputRows, HoldsWhatTheFileWillHoldInRgbOrder) {
   std::ostringstream records;
   const DiagnosticsSink sink{false, false, records};
   const io::SourceImageInfo source = ColourSource(CV_8U);
   const cv::Mat image(1, 1, CV_32FC3, cv::Scalar(0.1, 0.5001, 2.0));
-  const cv::Mat values = ReadBackOutputImage("a.png", image, {source, nullptr, sink});
+  const cv::Mat values = ReadBack("a.png", image, {source, nullptr, sink});
   ASSERT_EQ(values.type(), CV_64FC3);
   // 25.5 of a float32 0.1 (slightly above 0.1) rounds up to 26; 0.5001 * 255 = 127.5255.
   const cv::Vec3d expected(26 / 255.0, 128 / 255.0, 1.0);
@@ -106,88 +105,96 @@ TEST(ReadBackOutputImage, HoldsWhatTheFileWillHoldInRgbOrder) {
   EXPECT_EQ(records.str(), "");
 }
 
-TEST(ReadBackOutputImage, SixteenBitGrayHasOneChannelOfMultiplesOfTheStep) {
+TEST(ReadBackOutputRows, SixteenBitGrayHasOneChannelOfMultiplesOfTheStep) {
   std::ostringstream records;
   const DiagnosticsSink sink{false, false, records};
   const io::SourceImageInfo source = GraySource(CV_16U);
   const cv::Mat image(1, 1, CV_64FC1, cv::Scalar(0.25));
-  const cv::Mat values = ReadBackOutputImage("a.tif", image, {source, nullptr, sink});
+  const cv::Mat values = ReadBack("a.tif", image, {source, nullptr, sink});
   ASSERT_EQ(values.type(), CV_64FC1);
   EXPECT_NEAR(values.at<double>(0), 16384 / 65535.0, 1e-15);  // 0.25 * 65535 = 16383.75
 }
 
-TEST(PrepareFinalNebulexOutputs, LayersComeFromTheStarlessImageAsReadBack) {
+TEST(ReadBackOutputRows, TakesTheRowsThatAreAskedFor) {
   std::ostringstream records;
-  const cv::Mat source(1, 1, CV_32FC3, cv::Scalar(0.5, 0.5, 0.5));
-  const cv::Mat starless(1, 1, CV_32FC3, cv::Scalar(0.4, 0.4, 0.4));
-  const FinalOutputs outputs = PrepareFinalNebulexOutputs(
-      source, starless, {.wantMask = true, .wantUnscreen = true}, kNoRestoration,
-      {false, false, records},
-      [](const cv::Mat&) { return cv::Mat(1, 1, CV_64FC3, cv::Scalar(0.25, 0.25, 0.25)); });
-  EXPECT_EQ(outputs.starless.type(), CV_32FC3);
-  EXPECT_NEAR(outputs.starless.at<cv::Vec3f>(0)[0], 0.4, 1e-7);
-  EXPECT_EQ(outputs.mask.at<cv::Vec3d>(0), cv::Vec3d(0.25, 0.25, 0.25));
-  EXPECT_NEAR(outputs.unscreen.at<cv::Vec3d>(0)[1], 1.0 / 3.0, 1e-15);
-  EXPECT_EQ(records.str(), "");
+  const DiagnosticsSink sink{false, false, records};
+  const io::SourceImageInfo source = GraySource(CV_8U);
+  const cv::Mat prepared = (cv::Mat_<std::uint8_t>(3, 1) << 0, 51, 255);
+  const cv::Mat values = ReadBackOutputRows("a.png", prepared, {1, 3}, {source, nullptr, sink});
+  ASSERT_EQ(values.size(), cv::Size(1, 2));
+  EXPECT_NEAR(values.at<double>(0), 0.2, 1e-15);
+  EXPECT_NEAR(values.at<double>(1), 1.0, 1e-15);
 }
 
-TEST(PrepareFinalNebulexOutputs, UnwantedLayersAreEmptyAndNothingIsReadBack) {
+TEST(ReadBackOutputRows, LeavesThePreparedImageAsItIs) {
   std::ostringstream records;
-  bool readBack = false;
-  const cv::Mat image(1, 1, CV_32FC3, cv::Scalar::all(0.5));
-  const FinalOutputs outputs = PrepareFinalNebulexOutputs(
-      image, image, {}, kNoRestoration, {false, false, records}, [&readBack](const cv::Mat& m) {
-        readBack = true;
-        return m;
-      });
-  EXPECT_TRUE(outputs.mask.empty());
-  EXPECT_TRUE(outputs.unscreen.empty());
-  EXPECT_FALSE(readBack);
+  const DiagnosticsSink sink{false, false, records};
+  const io::SourceImageInfo source = ColourSource(CV_8U);
+  const cv::Mat prepared(2, 1, CV_8UC3, cv::Scalar(1, 2, 3));
+  ReadBackOutputRows("a.png", prepared, {0, 2}, {source, nullptr, sink});
+  EXPECT_EQ(prepared.at<cv::Vec3b>(0), cv::Vec3b(1, 2, 3));
+  EXPECT_EQ(prepared.at<cv::Vec3b>(1), cv::Vec3b(1, 2, 3));
 }
 
-TEST(PrepareFinalNebulexOutputs, OnlyTheWantedLayerIsComputed) {
+// Rows of a linear run are restored from the source's rows at the same place.
+TEST(ReadBackOutputRows, RestoredFitsSamplesKeepTheirPlace) {
   std::ostringstream records;
-  const cv::Mat image(1, 1, CV_32FC3, cv::Scalar::all(0.5));
-  const FinalOutputs mask = PrepareFinalNebulexOutputs(
-      image, image, {.wantMask = true}, kNoRestoration, {false, false, records}, kIdentityReadBack);
-  EXPECT_FALSE(mask.mask.empty());
-  EXPECT_TRUE(mask.unscreen.empty());
-  const FinalOutputs unscreen =
-      PrepareFinalNebulexOutputs(image, image, {.wantUnscreen = true}, kNoRestoration,
-                                 {false, false, records}, kIdentityReadBack);
-  EXPECT_TRUE(unscreen.mask.empty());
-  EXPECT_FALSE(unscreen.unscreen.empty());
+  const DiagnosticsSink sink{false, false, records};
+  io::SourceImageInfo source = GraySource(-1);
+  source.isFits = true;
+  source.fits.bitpix = -64;
+  source.fits.equivalentType = -64;
+  io::LinearOutputInfo linear;
+  linear.channels = {{.shadows = 0.25, .constant = false}};
+  linear.sourceSamples = (cv::Mat_<double>(3, 1) << 0.125, 0.1875, 0.5);
+  const cv::Mat image = (cv::Mat_<double>(3, 1) << 0.75, 0.75, 0.75);
+  const cv::Mat values = ReadBackOutputRows("a.fits", image, {1, 3}, {source, &linear, sink});
+  ASSERT_EQ(values.size(), cv::Size(1, 2));
+  EXPECT_EQ(values.at<double>(0), 0.1875);
+  EXPECT_EQ(values.at<double>(1), 0.75);
 }
 
-TEST(PrepareFinalNebulexOutputs, SuppressedSamplesAreADataLossWarningEvenWhenQuiet) {
-  std::ostringstream records;
-  const cv::Mat source(1, 2, CV_64FC1, cv::Scalar(1.0));
-  const cv::Mat starless(1, 2, CV_64FC1, cv::Scalar(0.9999));
-  PrepareFinalNebulexOutputs(source, starless, {.grayscaleSource = true, .wantUnscreen = true},
-                             kNoRestoration, {true, false, records}, kIdentityReadBack);
-  EXPECT_EQ(records.str(),
-            "Warning [data_loss]: suppressed 2 near-saturated unscreen output sample(s). "
-            "Additional unstable samples may remain. Check the input image for clipped or "
-            "near-clipped highlights, especially channels with values at 1.0000.\n");
-}
-
-TEST(PrepareFinalNebulexOutputs, ReturnsToTheInputGridThenToGrayThenRestores) {
-  std::ostringstream records;
+TEST(PrepareFinalStarless, ReturnsToTheInputGridThenToGrayThenRestores) {
   cv::Mat starless(4, 6, CV_64FC3, cv::Scalar::all(0.5));
   starless.at<cv::Vec3d>(2, 4) = cv::Vec3d(1, 1, 1);
-  const cv::Mat source(2, 3, CV_64FC1, cv::Scalar(0.5));
   cv::Mat seen;
-  const FinalOutputs outputs = PrepareFinalNebulexOutputs(
-      source, starless, {.upsampled = true, .grayscaleSource = true},
-      [&seen](cv::Mat& image) {
-        seen = image.clone();
-        image.at<double>(0) = 0.125;
-      },
-      {false, false, records}, kIdentityReadBack);
+  const cv::Mat prepared = PrepareFinalStarless(starless, true, true, [&seen](cv::Mat& image) {
+    seen = image.clone();
+    image.at<double>(0) = 0.125;
+  });
   ASSERT_EQ(seen.type(), CV_64FC1);
   ASSERT_EQ(seen.size(), cv::Size(3, 2));
   EXPECT_DOUBLE_EQ(seen.at<double>(1, 2), 1.0);
-  EXPECT_EQ(outputs.starless.at<double>(0), 0.125);
+  EXPECT_EQ(prepared.at<double>(0), 0.125);
+}
+
+TEST(PrepareFinalStarless, ColourOnTheInputGridStaysAsItIs) {
+  const cv::Mat starless(2, 2, CV_32FC3, cv::Scalar(0.1, 0.2, 0.3));
+  const cv::Mat prepared = PrepareFinalStarless(starless, false, false, [](cv::Mat&) {});
+  EXPECT_EQ(prepared.data, starless.data);
+}
+
+TEST(PrepareLayer, QuantisesAllRowsAsTheWholeLayerWouldBe) {
+  const cv::Mat source = (cv::Mat_<float>(3, 1) << 0.75F, 1.0F, 0.25F);
+  const LayerInputs inputs{source, [](const cv::Range& rows) {
+                             return cv::Mat(rows.size(), 1, CV_64FC1, cv::Scalar(0.5));
+                           }};
+  const cv::Mat mask =
+      PrepareLayer("a.tif", inputs, io::OutputRole::kDifference, GraySource(CV_16U));
+  ASSERT_EQ(mask.type(), CV_16UC1);
+  EXPECT_EQ(mask.at<std::uint16_t>(0), 16384);  // 0.25 * 65535 = 16383.75
+  EXPECT_EQ(mask.at<std::uint16_t>(1), 32768);  // 0.5 * 65535 = 32767.5, to even
+  EXPECT_EQ(mask.at<std::uint16_t>(2), 0);
+}
+
+TEST(PrepareLayer, FitsLayersStayInFloat64AndRgbOrder) {
+  const cv::Mat source(1, 1, CV_32FC3, cv::Scalar(0.5, 0.75, 1.0));
+  const LayerInputs inputs{
+      source, [](const cv::Range&) { return cv::Mat(1, 1, CV_64FC3, cv::Scalar::all(0.5)); }};
+  const cv::Mat layer =
+      PrepareLayer("a.fits", inputs, io::OutputRole::kUnscreen, ColourSource(CV_16U));
+  ASSERT_EQ(layer.type(), CV_64FC3);
+  EXPECT_EQ(layer.at<cv::Vec3d>(0), cv::Vec3d(0.0, 0.5, 1.0));
 }
 
 class WriteOutputImageTest : public testing::Test {

@@ -1,0 +1,50 @@
+#include "cli/Nebulex2/LayerBands.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <opencv2/core.hpp>
+
+#include "core/StarLayers.h"
+
+namespace project_lumen::cli {
+namespace {
+
+// Small enough for a band's float64 samples to stay in the cache from one step to the next.
+constexpr int kBandSamples = 1 << 15;
+
+// Calls `use` with the source's rows in float64, those of the starless image, and their place.
+template <typename Use>
+void ForEachBand(const LayerInputs& inputs, Use use) {
+  const int rowSamples = inputs.source.cols * inputs.source.channels();
+  const int height = std::max(1, kBandSamples / rowSamples);
+  cv::Mat original;
+  for (int first = 0; first < inputs.source.rows; first += height) {
+    const cv::Range rows(first, std::min(first + height, inputs.source.rows));
+    inputs.source.rowRange(rows).convertTo(original, CV_64F);
+    use(original, inputs.readBack(rows), rows);
+  }
+}
+
+}  // namespace
+
+void CheckLayerInputs(const LayerInputs& inputs, bool wantUnscreen, const DiagnosticsSink& sink) {
+  std::uint64_t suppressed = 0;
+  ForEachBand(inputs, [&](const cv::Mat& original, const cv::Mat& starless, const cv::Range&) {
+    suppressed += wantUnscreen ? core::CountSuppressedSamples(original, starless) : 0;
+  });
+  if (suppressed > 0) {
+    EmitWarning(sink, WarningKind::kDataLoss, core::SuppressionWarning(suppressed));
+  }
+}
+
+void ComputeLayer(const LayerInputs& inputs, io::OutputRole role,
+                  const std::function<void(const cv::Mat& layer, const cv::Range& rows)>& take) {
+  ForEachBand(inputs, [&](const cv::Mat& original, const cv::Mat& starless, const cv::Range& rows) {
+    take(role == io::OutputRole::kUnscreen
+             ? core::ComputeUnscreenStarLayer(original, starless, nullptr)
+             : core::ComputeStarMask(original, starless),
+         rows);
+  });
+}
+
+}  // namespace project_lumen::cli
