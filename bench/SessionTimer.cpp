@@ -56,8 +56,7 @@ OrtStatus* ORT_API_CALL TimedCreate(const OrtEnv* environment, const void* data,
                                     const OrtSessionOptions* options,
                                     OrtSession** session) noexcept {
   const Clock::time_point begin = Clock::now();
-  OrtStatus* status =
-      wrapped->CreateSessionFromArray(environment, data, length, options, session);
+  OrtStatus* status = wrapped->CreateSessionFromArray(environment, data, length, options, session);
   times.create += SecondsSince(begin);
   return status;
 }

@@ -68,14 +68,19 @@ const std::string& OnnxRuntimeBackend::ProviderName() const {
 }
 
 cv::Mat OnnxRuntimeBackend::InferTile(const cv::Mat& tile) {
+  cv::Mat output;
+  InferTile(tile, output);
+  return output;
+}
+
+void OnnxRuntimeBackend::InferTile(const cv::Mat& tile, cv::Mat& output) {
   RequireTile(tile);
   const TensorShape shape{1, tile.rows, tile.cols, tile.channels()};
-  const CheckedOutput output =
+  const CheckedOutput answer =
       RunSessionChecked(*state_->session, state_->providerName, state_->inputName,
                         state_->outputName, shape, tile.ptr<float>(), kInferenceStage);
-  cv::Mat result(tile.rows, tile.cols, CV_32FC3);
-  std::copy(output.samples.begin(), output.samples.end(), result.ptr<float>());
-  return result;
+  output.create(tile.rows, tile.cols, CV_32FC3);
+  std::copy(answer.samples.begin(), answer.samples.end(), output.ptr<float>());
 }
 
 }  // namespace project_lumen::backend

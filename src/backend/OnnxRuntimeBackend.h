@@ -51,6 +51,8 @@ class OnnxRuntimeBackend {
   // be CV_32FC3.", "ONNX Runtime input image must be continuous.", and the texts of
   // RunSessionChecked for the stage "inference". The backend stays usable.
   cv::Mat InferTile(const cv::Mat& tile);
+  // The same into `output`, whose memory is used if it has the tile's size and type.
+  void InferTile(const cv::Mat& tile, cv::Mat& output);
 
  private:
   std::unique_ptr<BackendState> state_;

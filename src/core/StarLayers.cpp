@@ -56,10 +56,15 @@ double ProtectionWeight(const Pixel& original, const Pixel& starless) {
   return highlight == 0.0 ? 0.0 : Clamp(AgreementWeight(original, starless) * highlight);
 }
 
-// `output` may be `starless`.
+// A difference with itself is 0 but for NaN and infinities; two of them make one comparison.
+bool AreFinite(double a, double b) {
+  return (a - a) + (b - b) == 0.0;
+}
+
+// `output` may be `starless`, here and below.
 template <typename T>
-void ProtectRow(const T* original, const T* starless, T* output, std::size_t pixels) {
-  for (std::size_t p = 0; p < pixels * kPixel; p += kPixel) {
+void ProtectPixels(const T* original, const T* starless, T* output, std::size_t count) {
+  for (std::size_t p = 0; p < count; p += kPixel) {
     Pixel clampedOriginal{};
     Pixel clampedStarless{};
     for (std::size_t k = 0; k < kPixel; ++k) {
@@ -76,11 +81,45 @@ void ProtectRow(const T* original, const T* starless, T* output, std::size_t pix
   }
 }
 
+// The same for samples so far from white that the weight is exactly 0; vectorises.
+template <typename T>
+void ProtectDarkSamples(const T* original, const T* starless, T* output, std::size_t count) {
+  constexpr double kWeight = 0.0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto o = static_cast<double>(original[i]);
+    const auto s = static_cast<double>(starless[i]);
+    const double level = Clamp(o);
+    // The product is kept for the sign of zero.
+    const double blended = Clamp(Clamp(s) + kWeight * level);
+    output[i] = static_cast<T>(AreFinite(o, s) ? blended : level);
+  }
+}
+
+// Whether all samples are below what HighlightWeight answers with 0; no NaN is.
+template <typename T>
+bool AreDark(const T* starless, std::size_t count) {
+  constexpr T kDark = static_cast<T>(0.94);
+  unsigned bright = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    bright |= static_cast<unsigned>(!(starless[i] <= kDark));
+  }
+  return bright == 0;
+}
+
+template <typename T>
+void ProtectRow(const T* original, const T* starless, T* output, std::size_t count) {
+  constexpr std::size_t kBlock = 64 * kPixel;
+  for (std::size_t i = 0; i < count; i += kBlock) {
+    const std::size_t size = std::min(kBlock, count - i);
+    const auto protect = AreDark(starless + i, size) ? ProtectDarkSamples<T> : ProtectPixels<T>;
+    protect(original + i, starless + i, output + i, size);
+  }
+}
+
 template <typename T>
 void Protect(const cv::Mat& original, cv::Mat& starless) {
   for (int r = 0; r < starless.rows; ++r) {
-    ProtectRow(original.ptr<T>(r), starless.ptr<T>(r), starless.ptr<T>(r),
-               static_cast<std::size_t>(starless.cols));
+    ProtectRow(original.ptr<T>(r), starless.ptr<T>(r), starless.ptr<T>(r), SamplesPerRow(starless));
   }
 }
 
@@ -89,8 +128,7 @@ void MaskRow(const T* original, const T* starless, T* output, std::size_t count)
   for (std::size_t i = 0; i < count; ++i) {
     const auto o = static_cast<double>(original[i]);
     const auto s = static_cast<double>(starless[i]);
-    const bool finite = std::isfinite(o) && std::isfinite(s);
-    output[i] = static_cast<T>(finite ? Clamp(o - s) : 0.0);
+    output[i] = static_cast<T>(AreFinite(o, s) ? Clamp(o - s) : 0.0);
   }
 }
 
@@ -103,27 +141,25 @@ cv::Mat Mask(const cv::Mat& original, const cv::Mat& starless) {
   return output;
 }
 
-// What the unscreen layer makes of one sample.
-struct UnscreenSample {
-  double layer;
-  bool suppressed;
-};
-
-inline UnscreenSample Unscreen(double original, double starless) {
-  const double level = Clamp(original);
-  const double base = Clamp(starless);
+// Whether the unscreen layer has no quotient for clamped samples that differ: near white it would
+// explode. All conditions are computed, so the loops around it vectorise.
+bool IsSuppressed(double level, double base) {
   const double difference = level - base;
-  const bool positive = std::isfinite(original) && std::isfinite(starless) && base < level;
-  const bool suppressed = positive && level >= 0.995 && difference <= 0.0002;
-  const double layer = Clamp(difference / std::max(1.0 - base, 1e-16));
-  return {positive && !suppressed ? layer : 0.0, suppressed};
+  return static_cast<unsigned>(level >= 0.995) & static_cast<unsigned>(difference > 0.0) &
+         static_cast<unsigned>(difference <= 0.0002);
 }
 
 template <typename T>
 void UnscreenRow(const T* original, const T* starless, T* output, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
-    output[i] = static_cast<T>(
-        Unscreen(static_cast<double>(original[i]), static_cast<double>(starless[i])).layer);
+    const auto o = static_cast<double>(original[i]);
+    const auto s = static_cast<double>(starless[i]);
+    const double level = Clamp(o);
+    const double base = Clamp(s);
+    const double quotient = Clamp((level - base) / std::max(1.0 - base, 1e-16));
+    const double positive = base < level ? quotient : 0.0;
+    const double stable = IsSuppressed(level, base) ? 0.0 : positive;
+    output[i] = static_cast<T>(AreFinite(o, s) ? stable : 0.0);
   }
 }
 
@@ -131,10 +167,11 @@ template <typename T>
 std::uint64_t CountSuppressedInRow(const T* original, const T* starless, std::size_t count) {
   std::uint64_t suppressed = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    suppressed +=
-        Unscreen(static_cast<double>(original[i]), static_cast<double>(starless[i])).suppressed
-            ? 1U
-            : 0U;
+    const auto o = static_cast<double>(original[i]);
+    const auto s = static_cast<double>(starless[i]);
+    const bool counts = static_cast<unsigned>(IsSuppressed(Clamp(o), Clamp(s))) &
+                        static_cast<unsigned>(AreFinite(o, s));
+    suppressed += counts ? 1U : 0U;
   }
   return suppressed;
 }

@@ -48,31 +48,33 @@ cv::Mat MakeWorkingImage(const ImageView& input, const StarRemovalOptions& optio
   return working;
 }
 
-// Hands one tile to the callback as a plain image and takes its answer back.
-cv::Mat InferTile(const cv::Mat& tile, const TileInferenceFn& inferTile) {
-  const Image answer = inferTile({.data = tile.ptr<float>(),
-                                  .sampleCount = kTileSamples,
-                                  .width = kWindow,
-                                  .height = kWindow,
-                                  .channels = kTileChannels});
+// Hands one tile to the callback as a plain image and takes its answer, which owns what is
+// returned.
+cv::Mat InferTile(const cv::Mat& tile, const TileInferenceFn& inferTile, Image& answer) {
+  answer = inferTile({.data = tile.ptr<float>(),
+                      .sampleCount = kTileSamples,
+                      .width = kWindow,
+                      .height = kWindow,
+                      .channels = kTileChannels});
   if (answer.width != kWindow || answer.height != kWindow || answer.channels != kTileChannels ||
       answer.samples.size() != kTileSamples) {
     throw std::runtime_error("Inference returned an invalid image buffer.");
   }
-  return WrapSamples(answer.samples.data(), kWindow, kWindow, kTileChannels).clone();
+  return WrapSamples(answer.samples.data(), kWindow, kWindow, kTileChannels);
 }
 
 cv::Mat InferImage(cv::Mat image, const StarRemovalOptions& options,
                    const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
+  Image answer;
   return RunTiledInference(
       std::move(image), kWindow, options.stride,
       [&callbacks](int done, int total) {
         ThrowIfStopRequested(callbacks);
         return !callbacks.progress || callbacks.progress(done, total);
       },
-      [&callbacks, &inferTile](const cv::Mat& tile) {
+      [&callbacks, &inferTile, &answer](const cv::Mat& tile) {
         ThrowIfStopRequested(callbacks);
-        return InferTile(tile, inferTile);
+        return InferTile(tile, inferTile, answer);
       });
 }
 

@@ -58,6 +58,13 @@ bool IsUniform(const cv::Mat& tile) {
   return true;
 }
 
+// A tile that a callback has kept stays as it is; otherwise its memory serves the next one.
+void ReleaseIfShared(cv::Mat& tile) {
+  if (tile.u != nullptr && tile.u->refcount > 1) {
+    tile.release();
+  }
+}
+
 void CheckOutput(const cv::Mat& output, std::int32_t window) {
   if (output.type() != CV_32FC3 || output.rows != window || output.cols != window) {
     throw std::runtime_error("Inference returned an invalid tile shape or type.");
@@ -150,10 +157,12 @@ cv::Mat RunTiledInference(cv::Mat image, std::int32_t window, std::int32_t strid
   image.release();
   cv::Mat accumulator(padded.size(), CV_32FC3, cv::Scalar::all(0.0));
   const TileBlender blender(geometry);
+  cv::Mat tile;
   int done = 0;
   for (int tileX = 0; tileX <= geometry.LastTileX(); tileX += stride) {
     for (int tileY = 0; tileY <= geometry.LastTileY(); tileY += stride) {
-      const cv::Mat tile = padded(cv::Rect(tileX, tileY, window, window)).clone();
+      ReleaseIfShared(tile);
+      padded(cv::Rect(tileX, tileY, window, window)).copyTo(tile);
       blender.Add(InferChecked(tile, inferTile), tileX, tileY, accumulator);
       ReportProgress(progress, ++done, geometry.tileCount);
     }

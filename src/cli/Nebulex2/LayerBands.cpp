@@ -1,28 +1,22 @@
 #include "cli/Nebulex2/LayerBands.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <opencv2/core.hpp>
 
+#include "common/RowBands.h"
 #include "core/StarLayers.h"
 
 namespace project_lumen::cli {
 namespace {
 
-// Small enough for a band's float64 samples to stay in the cache from one step to the next.
-constexpr int kBandSamples = 1 << 15;
-
 // Calls `use` with the source's rows in float64, those of the starless image, and their place.
 template <typename Use>
 void ForEachBand(const LayerInputs& inputs, Use use) {
-  const int rowSamples = inputs.source.cols * inputs.source.channels();
-  const int height = std::max(1, kBandSamples / rowSamples);
   cv::Mat original;
-  for (int first = 0; first < inputs.source.rows; first += height) {
-    const cv::Range rows(first, std::min(first + height, inputs.source.rows));
+  ForEachRowBand(inputs.source, [&](const cv::Range& rows) {
     inputs.source.rowRange(rows).convertTo(original, CV_64F);
     use(original, inputs.readBack(rows), rows);
-  }
+  });
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "common/NumberText.h"
 #include "common/PathSuffix.h"
 #include "common/RangeStatistics.h"
+#include "common/RowBands.h"
 #include "io/AstroTiff.h"
 #include "io/DisplayReader.h"
 #include "io/FitsReader.h"
@@ -133,24 +134,30 @@ double NormalisingScale(const cv::Mat& stored, bool isFits) {
   return 1.0 / StoredTypeOf(stored.depth()).divisor;
 }
 
-// Three channels in RGB order, normalised; `stored` is let go of as soon as it has been converted.
-cv::Mat ToWorkingImage(cv::Mat stored, bool isFits, bool linear) {
-  const double scale = NormalisingScale(stored, isFits);
-  cv::Mat rgb;
+cv::Mat ToRgb(const cv::Mat& stored, bool isFits) {
   if (stored.channels() == 1) {
-    rgb = GrayToRgb(stored);
-  } else if (isFits) {
-    rgb = stored;
-  } else {
-    cv::cvtColor(stored, rgb, cv::COLOR_BGR2RGB);
+    return GrayToRgb(stored);
   }
-  stored.release();
+  if (isFits) {
+    return stored;
+  }
+  cv::Mat rgb;
+  cv::cvtColor(stored, rgb, cv::COLOR_BGR2RGB);
+  return rgb;
+}
+
+// Three channels in RGB order, normalised.
+cv::Mat ToWorkingImage(const cv::Mat& stored, bool isFits, bool linear) {
+  const double scale = NormalisingScale(stored, isFits);
   const int type = linear ? CV_64FC3 : CV_32FC3;
-  if (rgb.type() == type && scale == 1.0) {
-    return rgb;
+  if (isFits && stored.type() == type) {
+    return stored;
   }
-  cv::Mat image;
-  rgb.convertTo(image, type, scale, 0.0);
+  cv::Mat image(stored.size(), type);
+  ForEachRowBand(stored, [&](const cv::Range& rows) {
+    cv::Mat part = image.rowRange(rows);
+    ToRgb(stored.rowRange(rows), isFits).convertTo(part, type, scale, 0.0);
+  });
   return image;
 }
 
@@ -172,7 +179,8 @@ LoadedInput LoadInputImage(const std::string& path, bool upsample, bool linear,
   LoadedInput input;
   cv::Mat stored = ReadStored(path, linear, sink, input.info);
   input.info.isGrayscale = IsGrayscale(stored);
-  input.image = ToWorkingImage(std::move(stored), input.info.isFits, linear);
+  input.image = ToWorkingImage(stored, input.info.isFits, linear);
+  stored.release();
   input.sourceSamples = SourceSamplesOf(input.image, input.info.isGrayscale);
   EmitInfo(sink, "input_geometry",
            "width=" + std::to_string(input.image.cols) +

@@ -84,9 +84,10 @@ core::Image Nebulex2Model::InferTile(const core::ImageView& tile) {
   }
   // The view is read only, and so is the session's use of the matrix around it.
   const cv::Mat input(tile.height, tile.width, CV_32FC3, const_cast<float*>(tile.data));
-  const cv::Mat output = backend_->InferTile(input);
-  const auto* samples = output.ptr<float>();
-  return {{samples, samples + output.total() * 3}, output.cols, output.rows, output.channels()};
+  core::Image answer{std::vector<float>(tile.sampleCount), tile.width, tile.height, tile.channels};
+  cv::Mat output = Wrap(answer);
+  backend_->InferTile(input, output);
+  return answer;
 }
 
 void Nebulex2Model::RemoveStarsFromWorkingImage() {

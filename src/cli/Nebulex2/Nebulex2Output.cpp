@@ -7,6 +7,7 @@
 #include "cli/DLModelBase.h"
 #include "cli/FloatImageChannels.h"
 #include "common/PathSuffix.h"
+#include "common/RowBands.h"
 #include "io/DisplayWriter.h"
 #include "io/FitsWriter.h"
 
@@ -51,11 +52,14 @@ cv::Mat PrepareOutputImage(const std::string& path, const cv::Mat& image, bool d
     return prepared;
   }
   const int depth = io::OutputSampleDepth(path, source.storedDepth);
-  cv::Mat quantised;
-  prepared.convertTo(quantised, depth, WhiteOf(depth), 0.0);
-  if (!source.isGrayscale) {
-    cv::cvtColor(quantised, quantised, cv::COLOR_RGB2BGR);
-  }
+  cv::Mat quantised(prepared.size(), CV_MAKETYPE(depth, prepared.channels()));
+  ForEachRowBand(prepared, [&](const cv::Range& rows) {
+    cv::Mat part = quantised.rowRange(rows);
+    prepared.rowRange(rows).convertTo(part, depth, WhiteOf(depth), 0.0);
+    if (!source.isGrayscale) {
+      cv::cvtColor(part, part, cv::COLOR_RGB2BGR);
+    }
+  });
   return quantised;
 }
 

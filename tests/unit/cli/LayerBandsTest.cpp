@@ -65,9 +65,8 @@ TEST(ComputeLayer, BandsFollowEachOtherAndTheLastMayBeOneRow) {
   const cv::Mat source(65, 1024, CV_32FC1, cv::Scalar(0.5));
   const cv::Mat starless(65, 1024, CV_64FC1, cv::Scalar(0.25));
   std::vector<cv::Range> seen;
-  ComputeLayer(
-      InputsOf(source, starless), io::OutputRole::kDifference,
-      [&seen](const cv::Mat&, const cv::Range& rows) { seen.push_back(rows); });
+  ComputeLayer(InputsOf(source, starless), io::OutputRole::kDifference,
+               [&seen](const cv::Mat&, const cv::Range& rows) { seen.push_back(rows); });
   EXPECT_EQ(seen, (std::vector<cv::Range>{{0, 32}, {32, 64}, {64, 65}}));
 }
 
