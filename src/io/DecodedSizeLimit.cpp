@@ -7,7 +7,7 @@
 namespace project_lumen::io {
 namespace {
 
-constexpr std::uint64_t kLargestRatio = 32768;  // zstd's blocks of one repeated byte
+constexpr std::uint64_t kLargestRatio = 4096;
 constexpr std::uint64_t kAlwaysAllowed = std::uint64_t{64} << 20U;
 
 }  // namespace

@@ -6,8 +6,9 @@
 
 namespace project_lumen::io {
 
-// The largest picture, in bytes, that is expected in a file of this size: 32768 times as much, and
-// 64 MiB in any case. No compression in use packs real pictures half as well.
+// The largest picture, in bytes, that is expected in a file of this size: 4096 times as much, and
+// 64 MiB in any case. LZW and Deflate pack no better, and no compression packs real pictures as
+// well.
 std::uint64_t LargestDecodedSize(std::uint64_t fileSize);
 
 // While it lives, creating a cv::Mat of more bytes throws cv::Exception (StsOutOfRange). OpenCV's

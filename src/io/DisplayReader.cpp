@@ -53,14 +53,17 @@ bool CanHoldItsClaim(const TiffImageFields& fields) {
          static_cast<double>(fields.fileSize) * LargestExpansion(fields.compression);
 }
 
+bool IsTiled(const TiffImageFields& fields) {
+  return fields.tileWidth != 0 || fields.tileHeight != 0;
+}
+
 // OpenCV allocates a whole strip or tile, of four bytes a pixel at least, even where the image is
 // smaller.
 bool HasSensibleStrips(const TiffImageFields& fields) {
-  const bool isTiled = fields.tileWidth != 0 || fields.tileHeight != 0;
   const std::uint64_t rows =
       fields.rowsPerStrip == kTiffOneStrip ? fields.height : fields.rowsPerStrip;
-  const auto width = static_cast<double>(isTiled ? fields.tileWidth : fields.width);
-  const auto height = static_cast<double>(isTiled ? fields.tileHeight : rows);
+  const auto width = static_cast<double>(IsTiled(fields) ? fields.tileWidth : fields.width);
+  const auto height = static_cast<double>(IsTiled(fields) ? fields.tileHeight : rows);
   const double pixelBytes =
       std::max(4.0, static_cast<double>(fields.samplesPerPixel) *
                         static_cast<double>(fields.bitsPerSample) / kBitsPerByte);
@@ -116,7 +119,7 @@ cv::Mat ReadTiffImage(const std::string& path) {
     return {};
   }
   const TiffErrors errors;
-  cv::Mat image = DecodeImage(path);
+  cv::Mat image = IsTiled(*fields) ? DecodeImageByPath(path) : DecodeImage(path);
   if (TiffErrors::HaveOccurred() || (fields->bitsPerSample > 8 && image.depth() == CV_8U)) {
     return {};
   }

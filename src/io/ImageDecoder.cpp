@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "io/DecodedSizeLimit.h"
+#include "io/MemoryFile.h"
 #include "io/StandardErrorDiversion.h"
 
 namespace project_lumen::io {
@@ -42,6 +43,15 @@ cv::Mat DecodeImage(const std::string& path) {
   }
   const std::optional<WholeFile> file = ReadWholeFile(path, kLargestInMemory);
   return file ? DecodeImageBytes(*file) : cv::Mat();
+}
+
+cv::Mat DecodeImageByPath(const std::string& path) {
+  const std::optional<WholeFile> file = ReadWholeFile(path, kLargestInMemory);
+  if (!file) {
+    return FileSize(path) > kLargestInMemory ? DecodeImageFile(path) : cv::Mat();
+  }
+  const MemoryFile copy(*file);
+  return DecodeImageFile(copy.Path().empty() ? path : copy.Path());
 }
 
 cv::Mat DecodeImageFile(const std::string& path) {

@@ -17,6 +17,10 @@ namespace project_lumen::io {
 // are decoded in place.
 cv::Mat DecodeImage(const std::string& path);
 
+// The same by a path of its own, for what OpenCV decodes from paths only: TIFF tiles of 8 bits. The
+// file in place where the system has no files in memory.
+cv::Mat DecodeImageByPath(const std::string& path);
+
 // The file in place.
 cv::Mat DecodeImageFile(const std::string& path);
 

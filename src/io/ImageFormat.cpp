@@ -75,8 +75,6 @@ std::string DetectImageFormat(const std::string& path) {
 bool IsPlainFormat(const std::string& path) {
   using namespace std::string_view_literals;
   constexpr std::array kBeginnings = {
-      "\0\0\0\x0CjP  \r\n\x87\n"sv,  // JPEG 2000
-      "\xFF\x4F\xFF\x51"sv,          // its codestream alone
       "#?RGBE"sv,
       "#?RADIANCE"sv,        // Radiance HDR
       "\x59\xA6\x6A\x95"sv,  // Sun raster

@@ -15,9 +15,10 @@ ImageFormat IdentifyImageFormat(const std::string& path);
 std::string DetectImageFormat(const std::string& path);
 
 // Whether the file begins like one of the unclassified formats whose decoder is OpenCV's own or a
-// library for nothing else: WebP, JPEG 2000, Netpbm, PFM, Radiance HDR, Sun raster. What is
-// neither goes to GDAL where OpenCV was built with it, and GDAL follows the references in a file
-// to other files and over the network.
+// library for nothing else: WebP, Netpbm, PFM, Radiance HDR, Sun raster. JPEG 2000 is none of them,
+// since OpenJPEG allocates what tiles, components and precincts claim. What is left goes to GDAL
+// where OpenCV was built with it, and GDAL follows the references in a file to other files and over
+// the network.
 bool IsPlainFormat(const std::string& path);
 
 }  // namespace project_lumen::io

@@ -12,12 +12,12 @@ constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20U;
 
 TEST(LargestDecodedSize, Is64MebibytesForSmallFiles) {
   EXPECT_EQ(LargestDecodedSize(0), 64 * kMebibyte);
-  EXPECT_EQ(LargestDecodedSize(2048), 64 * kMebibyte);
+  EXPECT_EQ(LargestDecodedSize(16384), 64 * kMebibyte);
 }
 
 TEST(LargestDecodedSize, GrowsWithTheFileBeyondThat) {
-  EXPECT_EQ(LargestDecodedSize(2049), 64 * kMebibyte + 32768);
-  EXPECT_EQ(LargestDecodedSize(kMebibyte), 32768 * kMebibyte);
+  EXPECT_EQ(LargestDecodedSize(16385), 64 * kMebibyte + 4096);
+  EXPECT_EQ(LargestDecodedSize(kMebibyte), 4096 * kMebibyte);
 }
 
 TEST(LargestDecodedSize, DoesNotOverflow) {
