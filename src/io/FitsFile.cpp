@@ -66,14 +66,9 @@ class FileBytes : public SequentialBytes {
 };
 
 // Pixels that a byte of a tile-compressed image may stand for at most: PLIO codes 4095 pixels in
-// two bytes, deflate reaches 1032; HCOMPRESS codes a blank tile of any size in some thirty bytes,
-// where the limit is set by what is sensible.
-std::uint64_t PixelsPerCompressedByte(fitsfile* file) {
-  std::array<char, FLEN_VALUE> method{};
-  int status = 0;
-  fits_read_key(file, TSTRING, "ZCMPTYPE", method.data(), nullptr, &status);
-  return std::string_view(method.data()).starts_with("HCOMPRESS") ? 65536 : 4096;
-}
+// two bytes, deflate reaches 1032. HCOMPRESS could code a blank tile of any size in some thirty
+// bytes, but not in tiles of the size that it is used with.
+constexpr std::uint64_t kPixelsPerCompressedByte = 4096;
 
 }  // namespace
 
@@ -126,7 +121,7 @@ int FitsFile::FindPixelProblem(const Handle& handle, const std::vector<std::int6
   const auto start = static_cast<std::uint64_t>(std::max<LONGLONG>(dataStart, 0));
   const std::uint64_t held = handle.size - std::min(handle.size, start);
   if (fits_is_compressed_image(handle.file, &status) != 0) {
-    const bool isPossible = pixels / PixelsPerCompressedByte(handle.file) <= held;
+    const bool isPossible = pixels / kPixelsPerCompressedByte <= held;
     return isPossible ? FindTileProblem(handle.file, held) : END_OF_FILE;
   }
   return pixels <= held / static_cast<std::uint64_t>(std::abs(bitpix) / 8) ? 0 : END_OF_FILE;

@@ -142,31 +142,34 @@ std::vector<T> ReadArray(fitsfile* file, int column, LONGLONG row, LONGLONG coun
   return elements;
 }
 
-// The length of a row's variable-length array. An array that the file cannot hold is an error.
-LONGLONG ReadLength(fitsfile* file, int column, LONGLONG row, std::uint64_t heldBytes,
+// The length of a row's variable-length array. It is taken from the bytes that are left: arrays
+// that the file cannot hold side by side are an error, or a few bytes could be expanded any number
+// of times.
+LONGLONG ReadLength(fitsfile* file, int column, LONGLONG row, std::uint64_t& leftBytes,
                     int& status) {
   LONGLONG length = 0;
   LONGLONG offset = 0;
   fits_read_descriptll(file, column, row, &length, &offset, &status);
-  if (status == 0 && (length < 0 || static_cast<std::uint64_t>(length) > heldBytes)) {
+  if (status == 0 && (length < 0 || static_cast<std::uint64_t>(length) > leftBytes)) {
     status = END_OF_FILE;
   }
+  leftBytes -= status == 0 ? static_cast<std::uint64_t>(length) : 0;
   return length;
 }
 
 // A tile that the method could not make smaller: plain numbers, or losslessly deflated floats.
 int FindPlainTileProblem(fitsfile* file, const Coding& coding, LONGLONG row, std::uint64_t pixels,
-                         std::uint64_t heldBytes) {
+                         std::uint64_t& leftBytes) {
   int status = 0;
   if (coding.uncompressedColumn != 0) {
-    const LONGLONG length = ReadLength(file, coding.uncompressedColumn, row, heldBytes, status);
+    const LONGLONG length = ReadLength(file, coding.uncompressedColumn, row, leftBytes, status);
     const bool isWhole = static_cast<std::uint64_t>(length) == pixels;
     return status != 0 || isWhole ? status : DATA_DECOMPRESSION_ERR;
   }
   if (coding.gzipColumn == 0 || coding.bitpix >= 0) {
     return NO_COMPRESSED_TILE;
   }
-  const LONGLONG length = ReadLength(file, coding.gzipColumn, row, heldBytes, status);
+  const LONGLONG length = ReadLength(file, coding.gzipColumn, row, leftBytes, status);
   if (status != 0) {
     return status;
   }
@@ -175,15 +178,16 @@ int FindPlainTileProblem(fitsfile* file, const Coding& coding, LONGLONG row, std
   return status != 0 || IsGzipTile(bytes, size) ? status : DATA_DECOMPRESSION_ERR;
 }
 
-int FindProblemOfTile(fitsfile* file, const Coding& coding, LONGLONG row, std::uint64_t heldBytes) {
+int FindProblemOfTile(fitsfile* file, const Coding& coding, LONGLONG row,
+                      std::uint64_t& leftBytes) {
   int status = 0;
   const std::uint64_t pixels = TilePixels(coding, row - 1);
-  const LONGLONG length = ReadLength(file, coding.compressedColumn, row, heldBytes, status);
+  const LONGLONG length = ReadLength(file, coding.compressedColumn, row, leftBytes, status);
   if (status != 0) {
     return status;
   }
   if (length == 0) {
-    return FindPlainTileProblem(file, coding, row, pixels, heldBytes);
+    return FindPlainTileProblem(file, coding, row, pixels, leftBytes);
   }
   if (coding.method == Method::kPlio) {
     const auto words =
@@ -211,9 +215,10 @@ int FindTileProblem(fitsfile* file, std::uint64_t heldBytes) {
   if (!IsSupported(coding)) {
     return DATA_DECOMPRESSION_ERR;
   }
+  std::uint64_t leftBytes = heldBytes;
   const std::int64_t count = TilesAlong(coding, 0) * TilesAlong(coding, 1) * TilesAlong(coding, 2);
   for (std::int64_t row = 1; row <= count; ++row) {
-    const int problem = FindProblemOfTile(file, coding, row, heldBytes);
+    const int problem = FindProblemOfTile(file, coding, row, leftBytes);
     if (problem != 0) {
       return problem;
     }

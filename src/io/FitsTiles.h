@@ -9,7 +9,8 @@
 namespace project_lumen::io {
 
 // CFITSIO's status for the first tile of the current HDU that is damaged or that CFITSIO cannot
-// expand; 0 when all are sound. `heldBytes`: what the file has behind the header.
+// expand; 0 when all are sound. `heldBytes`: what the file has behind the header, for all tiles
+// together.
 int FindTileProblem(fitsfile* file, std::uint64_t heldBytes);
 
 }  // namespace project_lumen::io

@@ -54,17 +54,11 @@ std::string Deflate(const std::string& bytes) {
 }
 
 // A tile-compressed image of 32-bit integers with one tile a row (FITS standard 4.0, chapter 10):
-// the table has one descriptor a row, the heap holds the tiles.
-std::string TiledHdu(const std::string& method, std::int64_t width,
-                     const std::vector<std::string>& tiles, const std::vector<std::string>& extra) {
-  std::vector<std::int32_t> descriptors;
-  std::string heap;
-  for (const std::string& tile : tiles) {
-    descriptors.push_back(static_cast<std::int32_t>(tile.size()));
-    descriptors.push_back(static_cast<std::int32_t>(heap.size()));
-    heap += tile;
-  }
-  const auto rows = static_cast<std::int64_t>(tiles.size());
+// the table has one descriptor a row, which is the length of a tile and its place in the heap.
+std::string TiledHduOf(const std::string& method, std::int64_t width,
+                       const std::vector<std::int32_t>& descriptors, const std::string& heap,
+                       const std::vector<std::string>& extra) {
+  const auto rows = static_cast<std::int64_t>(descriptors.size() / 2);
   std::vector<std::string> cards{FitsCard("XTENSION", "'BINTABLE'"),
                                  FitsCard("BITPIX", 8),
                                  FitsCard("NAXIS", 2),
@@ -85,6 +79,19 @@ std::string TiledHdu(const std::string& method, std::int64_t width,
                                  FitsCard("ZCMPTYPE", "'" + method + "'")};
   cards.insert(cards.end(), extra.begin(), extra.end());
   return FitsHdu(cards, test::BigEndian(descriptors) + heap);
+}
+
+// The same with the tiles one after another in the heap.
+std::string TiledHdu(const std::string& method, std::int64_t width,
+                     const std::vector<std::string>& tiles, const std::vector<std::string>& extra) {
+  std::vector<std::int32_t> descriptors;
+  std::string heap;
+  for (const std::string& tile : tiles) {
+    descriptors.push_back(static_cast<std::int32_t>(tile.size()));
+    descriptors.push_back(static_cast<std::int32_t>(heap.size()));
+    heap += tile;
+  }
+  return TiledHduOf(method, width, descriptors, heap, extra);
 }
 
 // Rice coding of a constant row of 32-bit integers: the first value, then the code 0 ("no
@@ -221,6 +228,55 @@ TEST_P(FitsHostileInputTest, WithAnyCharacterOfItsCardsExchangedItIsReadOrRefuse
 
 INSTANTIATE_TEST_SUITE_P(Made, FitsHostileInputTest, testing::ValuesIn(MakeSamples()),
                          [](const auto& sample) { return sample.param.name; });
+
+// The image of a file with this HDU behind an empty primary one.
+cv::Mat ReadTiled(const std::string& hdu) {
+  const test::TemporaryFolder folder;
+  const test::RecordedSink sink;
+  test::WriteFileBytes(folder.Path("a.fits"),
+                       FitsHdu(ArrayCards(8, {}, {FitsCard("EXTEND", "T")}), "") + hdu);
+  return ReadFitsImage(folder.Path("a.fits"), true, sink.Sink()).image;
+}
+
+void ExpectPastTheEnd(const std::string& hdu) {
+  try {
+    ReadTiled(hdu);
+    FAIL() << "was read";
+  } catch (const std::invalid_argument& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("tried to move past end of file"));
+  }
+}
+
+TEST(TiledFitsImage, TilesCannotShareMoreBytesThanTheFileHas) {
+  constexpr std::size_t kRows = 200;
+  constexpr std::int64_t kWidth = 1000;
+  const std::vector<std::string> extra{FitsCard("ZNAME1", "'BLOCKSIZE'"), FitsCard("ZVAL1", 32),
+                                       FitsCard("ZNAME2", "'BYTEPIX '"), FitsCard("ZVAL2", 4)};
+  const std::string tile = ConstantRiceTile(7, kWidth);
+  EXPECT_EQ(ReadTiled(TiledHdu("RICE_1", kWidth, std::vector(kRows, tile), extra)).rows, 200);
+  std::vector<std::int32_t> shared;
+  for (std::size_t row = 0; row < kRows; ++row) {
+    shared.insert(shared.end(), {static_cast<std::int32_t>(tile.size()), 0});
+  }
+  ASSERT_GT(kRows * tile.size(), test::kFitsBlock);
+  ExpectPastTheEnd(TiledHduOf("RICE_1", kWidth, shared, tile, extra));
+}
+
+// Magic code, rows, columns, scale, sum and bit planes of an H-compressed tile, then the end of its
+// bit planes, of which there are none.
+std::string BlankHcompressTile(std::int32_t width) {
+  return "\xDD\x99" + test::BigEndian(std::vector<std::int32_t>{1, width, 1}) +
+         std::string(8 + 3 + 1, '\0');
+}
+
+TEST(TiledFitsImage, ABlankTileIsNotTakenForAnyNumberOfPixels) {
+  const auto blank = [](std::int32_t width) {
+    return TiledHdu("HCOMPRESS_1", width, {BlankHcompressTile(width)},
+                    {FitsCard("ZNAME1", "'SCALE   '"), FitsCard("ZVAL1", 1)});
+  };
+  EXPECT_EQ(ReadTiled(blank(1'000'000)).cols, 1'000'000);
+  ExpectPastTheEnd(blank(30'000'000));
+}
 
 }  // namespace
 }  // namespace project_lumen::io
