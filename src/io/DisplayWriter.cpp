@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -52,6 +55,12 @@ std::size_t LargestEncodedSize(const cv::Mat& image) {
   throw std::invalid_argument("Unable to write output image: " + path + " (" + reason + ")");
 }
 
+void ThrowIfOutOfMemory(const cv::Exception& error) {
+  if (error.code == cv::Error::StsNoMem) {
+    throw std::bad_alloc();
+  }
+}
+
 // In memory, since only then is it certain that every byte was written: encoders of files on a full
 // disk were seen to report success. OpenCV takes the format from a whole path's extension.
 Bytes Encode(const std::string& path, const cv::Mat& image) {
@@ -64,9 +73,7 @@ Bytes Encode(const std::string& path, const cv::Mat& image) {
   try {
     isEncoded = cv::imencode(path, image, bytes, parameters);
   } catch (const cv::Exception& error) {
-    if (error.code == cv::Error::StsNoMem) {
-      throw std::bad_alloc();
-    }
+    ThrowIfOutOfMemory(error);
   }
   if (!isEncoded || bytes.empty()) {
     FailToWrite(path);
@@ -151,18 +158,42 @@ std::string OutputDescription(const std::string& path, const cv::Mat& image,
   return BuildAstroTiffOutputHeader(astroTiffHeader, AstroTiffBitDepth(image));
 }
 
-void WriteAndReplace(const std::string& path, const Bytes& bytes, const std::string& description) {
+// Puts a new file in the place of `path`; `write` fills the file at the path that it is given.
+template <class Write>
+void Replace(const std::string& path, const Write& write) {
   try {
     ReplacedFile file(path);
-    WriteBytes(file.TemporaryPath(), bytes);
-    if (!description.empty()) {
-      AppendAstroTiffMetadata(file.TemporaryPath(), description, path);
-    }
+    write(file.TemporaryPath());
     file.Commit();
   } catch (const ReplacementError& error) {
     FailToWrite(path, error.what());
   } catch (const std::system_error& error) {
     FailToWrite(path, error.code().message());
+  }
+}
+
+// OpenCV encodes these into files alone: cv::imencode takes the way through the system's folder for
+// temporary files.
+bool IsEncodedIntoFiles(const std::string& path) {
+  constexpr std::array<std::string_view, 6> kExtensions{".hdr", ".pic", ".pfm",
+                                                        ".exr", ".jp2", ".j2k"};
+  return std::any_of(kExtensions.begin(), kExtensions.end(),
+                     [name = ToLower(path)](auto extension) { return name.ends_with(extension); });
+}
+
+// Read back, since an encoder does not notice that the disk is full.
+void EncodeIntoFile(const std::string& temporaryPath, const cv::Mat& image,
+                    const std::string& path) {
+  const StandardErrorDiversion diversion;
+  bool isWhole = false;
+  try {
+    isWhole = cv::imwrite(temporaryPath, image) &&
+              cv::imread(temporaryPath, cv::IMREAD_UNCHANGED).size() == image.size();
+  } catch (const cv::Exception& error) {
+    ThrowIfOutOfMemory(error);
+  }
+  if (!isWhole) {
+    FailToWrite(path);
   }
 }
 
@@ -188,8 +219,19 @@ void CheckDisplayTarget(const std::string& path) {
 void WriteDisplayImage(const std::string& path, const cv::Mat& image,
                        const std::string& astroTiffHeader) {
   RequireEncoder(path, image);
+  if (IsEncodedIntoFiles(path)) {
+    Replace(path,
+            [&](const std::string& temporaryPath) { EncodeIntoFile(temporaryPath, image, path); });
+    return;
+  }
   const std::string description = OutputDescription(path, image, astroTiffHeader);
-  WriteAndReplace(path, Encode(path, image), description);
+  const Bytes bytes = Encode(path, image);
+  Replace(path, [&](const std::string& temporaryPath) {
+    WriteBytes(temporaryPath, bytes);
+    if (!description.empty()) {
+      AppendAstroTiffMetadata(temporaryPath, description, path);
+    }
+  });
 }
 
 }  // namespace project_lumen::io

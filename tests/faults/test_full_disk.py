@@ -25,7 +25,7 @@ MOST_SIZES = MOST_FAULTS // 2
 # Every format that is written, each as main result, mask and star layer somewhere.
 FORMATS = (
     ("in.tif", ("out.tif", "mask.png", "stars.jpg")),
-    ("in.png", ("out.jpg", "mask.tif", "stars.png")),
+    ("in.png", ("out.jp2", "mask.pfm", "stars.webp")),
     ("in.fits", ("out.fits", "mask.fits.gz", "stars.fits")),
     ("in.fits", ("out.fits.gz", "mask.bmp", "stars.tif")),
     ("astro.tif", ("out.tif", "mask.tif", "stars.fits.gz")),

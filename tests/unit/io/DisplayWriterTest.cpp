@@ -269,6 +269,23 @@ TEST(WriteDisplayImage, AFullDiskIsNoticedAtEverySizeAndTheOldFileSurvives) {
   }
 }
 
+// OpenCV's encoders of these write files themselves and do not notice.
+TEST(WriteDisplayImage, AFullDiskIsNoticedBehindOpenCvsBack) {
+  for (const char* name : {"a.pfm", "a.hdr", "a.jp2"}) {
+    const TemporaryFolder folder;
+    const std::string path = folder.Path(name);
+    WriteDisplayImage(path, RandomImage(CV_8UC3));
+    const std::uint64_t size = fs::file_size(path);
+    WriteFileBytes(path, "old");
+    for (const std::uint64_t missing : {std::uint64_t{1}, size / 2, size}) {
+      const FileSizeLimit limit(size - missing);
+      EXPECT_THROW(WriteDisplayImage(path, RandomImage(CV_8UC3)), std::invalid_argument) << name;
+      EXPECT_EQ(ReadFileBytes(path), "old");
+      EXPECT_EQ(folder.FileCount(), 1);
+    }
+  }
+}
+
 TEST(WriteDisplayImage, AstroTiffHeaderIsWrittenWithTheDepthOfTheOutput) {
   const TemporaryFolder folder;
   const std::string path = folder.Path("a.tif");
