@@ -11,6 +11,10 @@ function(nebulex_room name)
 
   add_library(nebulex_${name} STATIC ${ROOM_SOURCES})
   target_include_directories(nebulex_${name} PUBLIC "$<BUILD_INTERFACE:${include_root}>")
+  # No code looks at floating-point exceptions, so both sides of a choice may be computed and loops
+  # with choices vectorise. Values stay what they are.
+  target_compile_options(nebulex_${name} PRIVATE
+    $<$<CXX_COMPILER_ID:GNU,Clang>:-fno-trapping-math>)
   list(TRANSFORM ROOM_USES PREPEND nebulex_)
   target_link_libraries(nebulex_${name}
     PUBLIC ${ROOM_USES} ${ROOM_PUBLIC_LIBRARIES}

@@ -44,7 +44,7 @@ cv::Mat ToWorkingMat(const ImageView& view) {
   }
   const cv::Mat samples = WrapSamples(view.data, view.width, view.height, view.channels);
   if (view.channels == 3) {
-    return samples.clone();
+    return samples;
   }
   cv::Mat colour;
   cv::cvtColor(samples, colour, cv::COLOR_GRAY2RGB);

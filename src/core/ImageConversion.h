@@ -9,10 +9,11 @@
 
 namespace project_lumen::core {
 
-// Checks the input and copies it into a matrix of its own, CV_32FC3; a grey image has its channel
-// replicated. Throws std::invalid_argument, in this order: "Nebulex requires RGB or grayscale
-// pixels at least 512x512.", "Image sample count does not match its dimensions.", "Image contains
-// non-finite samples.". No sample is read before the size is known to be right.
+// Checks the input and shows it as a matrix, CV_32FC3. An RGB image is not copied, so the matrix
+// must not outlive the samples nor be written through; a grey image has its channel replicated.
+// Throws std::invalid_argument, in this order: "Nebulex requires RGB or grayscale pixels at least
+// 512x512.", "Image sample count does not match its dimensions.", "Image contains non-finite
+// samples.". No sample is read before the size is known to be right.
 cv::Mat ToWorkingMat(const ImageView& view);
 
 // Copies a float32 matrix into an image. A matrix of another size than the target must be exactly

@@ -4,10 +4,12 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <type_traits>
 
 #include <opencv2/core.hpp>
 
 #include "common/Assertion.h"
+#include "common/Vectorised.h"
 #include "core/SampleRows.h"
 
 namespace project_lumen::core {
@@ -83,7 +85,8 @@ void ProtectPixels(const T* original, const T* starless, T* output, std::size_t 
 
 // The same for samples so far from white that the weight is exactly 0; vectorises.
 template <typename T>
-void ProtectDarkSamples(const T* original, const T* starless, T* output, std::size_t count) {
+NEBULEX_VECTORISED void ProtectDarkSamples(const T* original, const T* starless, T* output,
+                                           std::size_t count) {
   constexpr double kWeight = 0.0;
   for (std::size_t i = 0; i < count; ++i) {
     const auto o = static_cast<double>(original[i]);
@@ -95,20 +98,24 @@ void ProtectDarkSamples(const T* original, const T* starless, T* output, std::si
   }
 }
 
-// Whether all samples are below what HighlightWeight answers with 0; no NaN is.
+// Whether all samples are below what HighlightWeight answers with 0 and what the unscreen layer
+// suppresses; no NaN is. The flags have the samples' width, so the loop vectorises.
 template <typename T>
-bool AreDark(const T* starless, std::size_t count) {
+NEBULEX_VECTORISED bool AreDark(const T* samples, std::size_t count) {
+  using Flag = std::conditional_t<sizeof(T) == sizeof(std::uint64_t), std::uint64_t, std::uint32_t>;
   constexpr T kDark = static_cast<T>(0.94);
-  unsigned bright = 0;
+  Flag bright = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    bright |= static_cast<unsigned>(!(starless[i] <= kDark));
+    bright |= static_cast<Flag>(!(samples[i] <= kDark));
   }
   return bright == 0;
 }
 
+// Blocks of whole pixels that are judged together.
+constexpr std::size_t kBlock = 64 * kPixel;
+
 template <typename T>
 void ProtectRow(const T* original, const T* starless, T* output, std::size_t count) {
-  constexpr std::size_t kBlock = 64 * kPixel;
   for (std::size_t i = 0; i < count; i += kBlock) {
     const std::size_t size = std::min(kBlock, count - i);
     const auto protect = AreDark(starless + i, size) ? ProtectDarkSamples<T> : ProtectPixels<T>;
@@ -124,7 +131,8 @@ void Protect(const cv::Mat& original, cv::Mat& starless) {
 }
 
 template <typename T>
-void MaskRow(const T* original, const T* starless, T* output, std::size_t count) {
+NEBULEX_VECTORISED void MaskRow(const T* original, const T* starless, T* output,
+                                std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     const auto o = static_cast<double>(original[i]);
     const auto s = static_cast<double>(starless[i]);
@@ -141,37 +149,52 @@ cv::Mat Mask(const cv::Mat& original, const cv::Mat& starless) {
   return output;
 }
 
-// Whether the unscreen layer has no quotient for clamped samples that differ: near white it would
-// explode. All conditions are computed, so the loops around it vectorise.
-bool IsSuppressed(double level, double base) {
-  const double difference = level - base;
-  return static_cast<unsigned>(level >= 0.995) & static_cast<unsigned>(difference > 0.0) &
-         static_cast<unsigned>(difference <= 0.0002);
+// A difference of clamped samples so near to white that a small one makes the quotient explode; any
+// larger one where it is not near.
+double DifferenceNearWhite(double level, double base) {
+  return level >= 0.995 ? level - base : 1.0;
 }
 
+constexpr double kLargestSuppressed = 0.0002;
+
+// One choice after another instead of a condition of several parts, so that the loops vectorise.
 template <typename T>
-void UnscreenRow(const T* original, const T* starless, T* output, std::size_t count) {
+NEBULEX_VECTORISED void UnscreenRow(const T* original, const T* starless, T* output,
+                                    std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     const auto o = static_cast<double>(original[i]);
     const auto s = static_cast<double>(starless[i]);
     const double level = Clamp(o);
     const double base = Clamp(s);
-    const double quotient = Clamp((level - base) / std::max(1.0 - base, 1e-16));
-    const double positive = base < level ? quotient : 0.0;
-    const double stable = IsSuppressed(level, base) ? 0.0 : positive;
-    output[i] = static_cast<T>(AreFinite(o, s) ? stable : 0.0);
+    double layer = Clamp((level - base) / std::max(1.0 - base, 1e-16));
+    layer = base < level ? layer : 0.0;
+    layer = DifferenceNearWhite(level, base) <= kLargestSuppressed ? 0.0 : layer;
+    output[i] = static_cast<T>(AreFinite(o, s) ? layer : 0.0);
   }
+}
+
+template <typename T>
+std::uint64_t CountSuppressedInBlock(const T* original, const T* starless, std::size_t count) {
+  std::uint64_t suppressed = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto o = static_cast<double>(original[i]);
+    const auto s = static_cast<double>(starless[i]);
+    const double difference = DifferenceNearWhite(Clamp(o), Clamp(s));
+    std::uint64_t counted = difference <= kLargestSuppressed ? 1 : 0;
+    counted = difference > 0.0 ? counted : 0;
+    suppressed += AreFinite(o, s) ? counted : 0;
+  }
+  return suppressed;
 }
 
 template <typename T>
 std::uint64_t CountSuppressedInRow(const T* original, const T* starless, std::size_t count) {
   std::uint64_t suppressed = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto o = static_cast<double>(original[i]);
-    const auto s = static_cast<double>(starless[i]);
-    const bool counts = static_cast<unsigned>(IsSuppressed(Clamp(o), Clamp(s))) &
-                        static_cast<unsigned>(AreFinite(o, s));
-    suppressed += counts ? 1U : 0U;
+  for (std::size_t i = 0; i < count; i += kBlock) {
+    const std::size_t size = std::min(kBlock, count - i);
+    if (!AreDark(original + i, size)) {
+      suppressed += CountSuppressedInBlock(original + i, starless + i, size);
+    }
   }
   return suppressed;
 }

@@ -8,6 +8,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "common/Vectorised.h"
 #include "core/FiniteSamples.h"
 #include "core/Image.h"
 #include "core/ReflectPadding.h"
@@ -83,6 +84,17 @@ cv::Mat InferChecked(const cv::Mat& tile, const std::function<cv::Mat(const cv::
   return output;
 }
 
+// Adds a row of samples, each times its column's factor and the row's. That product is formed in
+// double precision and rounded once, like TileBlendWeight's.
+NEBULEX_VECTORISED void AddWeightedRow(const float* output, const double* columnFactors,
+                                       double rowFactor, std::size_t count, float* sum) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto weight = static_cast<float>(columnFactors[i] * rowFactor);
+    const float weighted = output[i] * weight;
+    sum[i] += weighted;
+  }
+}
+
 // Adds weighted tile outputs into the accumulator. Weights are separable and depend on a tile's
 // place only through being first or last along an axis, so four factor tables an axis serve all
 // tiles.
@@ -105,9 +117,9 @@ class TileBlender {
     const int offset = kept_.start * static_cast<int>(kChannels);
     for (int r = 0; r < kept_.side; ++r) {
       const int row = kept_.start + r;
-      AddRow(output.ptr<float>(row) + offset, columnFactors,
-             rowFactors[static_cast<std::size_t>(r)],
-             accumulator.ptr<cv::Vec3f>(tileY + row, tileX + kept_.start)->val);
+      AddWeightedRow(output.ptr<float>(row) + offset, columnFactors.data(),
+                     rowFactors[static_cast<std::size_t>(r)], columnFactors.size(),
+                     accumulator.ptr<cv::Vec3f>(tileY + row, tileX + kept_.start)->val);
     }
   }
 
@@ -123,18 +135,6 @@ class TileBlender {
       const double factor = TileBlendFactor(geometry_, first, last, t);
       pixels.push_back(factor);
       samples.insert(samples.end(), kChannels, factor);
-    }
-  }
-
-  // The product is formed in double precision and rounded once, like TileBlendWeight's.
-  static void AddRow(const float* output, const std::vector<double>& columnFactors,
-                     double rowFactor, float* sum) {
-    const double* factors = columnFactors.data();
-    const std::size_t count = columnFactors.size();
-    for (std::size_t i = 0; i < count; ++i) {
-      const auto weight = static_cast<float>(factors[i] * rowFactor);
-      const float weighted = output[i] * weight;
-      sum[i] += weighted;
     }
   }
 
