@@ -55,15 +55,21 @@ Card ParseCard(const char* text) {
   return {name.data(), status == 0 ? value.data() : ""};
 }
 
-// CFITSIO takes a fraction for an integer by cutting it.
-Integer ParseInteger(const std::string& text) {
+Integer ParseWholeNumber(const std::string& text) {
   const char* begin = text.data() + (text.starts_with('+') ? 1 : 0);
   const char* end = text.data() + text.size();
   std::int64_t integer = 0;
   const auto parsed = std::from_chars(begin, end, integer);
-  if (parsed.ec == std::errc() && parsed.ptr == end) {
+  return parsed.ec == std::errc() && parsed.ptr == end ? Integer(integer) : std::nullopt;
+}
+
+// CFITSIO takes a fraction for an integer by cutting it.
+Integer ParseInteger(const std::string& text) {
+  if (const Integer integer = ParseWholeNumber(text)) {
     return integer;
   }
+  const char* begin = text.data() + (text.starts_with('+') ? 1 : 0);
+  const char* end = text.data() + text.size();
   double real = 0.0;
   const auto [last, error] = std::from_chars(begin, end, real);
   if (error != std::errc() || last != end || real <= -9e18 || real >= 9e18) {
@@ -205,7 +211,7 @@ bool IsTilingSane(const Header& header) {
 }
 
 // Whether a table begins with its mandatory keywords (section 7.3.1); CFITSIO goes on with chance
-// values where one cannot be read.
+// values where one cannot be read. It takes no fractions here.
 int TableStatus(const Header& header) {
   struct Requirement {
     const char* name;
@@ -222,7 +228,9 @@ int TableStatus(const Header& header) {
                                                       {"TFIELDS", 0, kMaximumFields, BAD_TFIELDS}}};
   for (std::size_t i = 0; i < kRequirements.size() && i + 1 < header.cards.size(); ++i) {
     const Requirement& required = kRequirements[i];
-    if (!IsInside(IntegerAt(header, i + 1, required.name), required.minimum, required.maximum)) {
+    const Card& card = header.cards[i + 1];
+    if (card.name != required.name ||
+        !IsInside(ParseWholeNumber(card.value), required.minimum, required.maximum)) {
       return required.status;
     }
   }

@@ -167,6 +167,9 @@ TEST(InspectFitsStructure, TablesBeginWithTheirMandatoryKeywords) {
   EXPECT_EQ(statusWith(6, FitsCard("GCOUNT", 2)), kBadGcount);
   EXPECT_EQ(statusWith(7, FitsCard("TFIELDS", "'1'")), kBadTfields);
   EXPECT_EQ(statusWith(3, RawCard("NAXIS1  =                   '8")), kBadNaxes);
+  EXPECT_EQ(statusWith(3, FitsCard("NAXIS1", "8.")), kBadNaxes);
+  EXPECT_EQ(statusWith(4, FitsCard("NAXIS2", "1E1")), kBadNaxes);
+  EXPECT_EQ(statusWith(7, FitsCard("TFIELDS", "1.0")), kBadTfields);
 }
 
 TEST(InspectFitsStructure, ColumnNamesLongerThanAStringCanBeStayUnread) {
