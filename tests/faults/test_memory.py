@@ -25,11 +25,11 @@ class Memory(FaultTest):
             with self.subTest(source=source):
                 source, outputs = self.input(source), self.outputs(*outputs)
                 self.sweep("allocate", NO_MEMORY, source, outputs, *options, size=LARGE,
-                           error=ENOMEM, most=40)
+                           error=ENOMEM, most=24)
 
     def test_no_large_allocation_succeeds_from_some_moment_on(self):
         self.sweep("allocate", NO_MEMORY, self.input("in.tif"), self.outputs("out.tif", "mask.tif"),
-                   size=LARGE, error=ENOMEM, times=ALWAYS, most=20)
+                   size=LARGE, error=ENOMEM, times=ALWAYS, most=12)
 
     def test_a_run_that_is_out_of_memory_says_so(self):
         self.sweep("allocate", r"^Not enough memory to process the image\.$", self.input("in.tif"),
