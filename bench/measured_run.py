@@ -31,6 +31,8 @@ class Run:
     warmup_s: float  # the session's first Run, on no tile
     session_s: float  # the session's Run on tiles
     inferred: int  # tiles that reached the session
+    own_cpu_s: float  # the processor's time for the program's thread outside the session
+    tile_cpu_s: float  # the same a tile, in the tile loop
     peak: int  # peak of the resident memory, bytes
 
     def outside_s(self):
@@ -77,4 +79,5 @@ def measure(program, arguments, tiles_at_most=None, limit=None):
                loop_s=marks["finish"] - marks["start"] - made, after_s=end - marks["finish"],
                create_s=session["create_s"], warmup_s=session["warmup_s"],
                session_s=session["run_s"], inferred=session["runs"],
+               own_cpu_s=session["own_cpu_s"], tile_cpu_s=session["tile_cpu_s"],
                peak=session["peak_kb"] * 1024)
