@@ -118,6 +118,16 @@ TEST(RealModel, RunsTileAfterTileAndLeavesTheTileAsItIs) {
   EXPECT_EQ(cv::norm(tile, before, cv::NORM_INF), 0.0);
 }
 
+TEST(RealModel, UsesTheMemoryOfAnOutputThatFits) {
+  OnnxRuntimeBackend backend = Open("scaling");
+  const cv::Mat tile = RandomTile();
+  cv::Mat output(kWindow, kWindow, CV_32FC3, cv::Scalar::all(7));
+  const auto* memory = output.data;
+  backend.InferTile(tile, output);
+  EXPECT_EQ(output.data, memory);
+  ExpectSamples(output, tile, [](float sample, std::size_t) { return 0.5F * sample; });
+}
+
 TEST(RealModel, EarlierResultsSurviveLaterTiles) {
   OnnxRuntimeBackend backend = Open("scaling");
   const cv::Mat first = backend.InferTile(cv::Mat(kWindow, kWindow, CV_32FC3, cv::Scalar::all(1)));

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/StarLayers.h"
+#include "support/LargeAllocations.h"
 
 namespace project_lumen::cli {
 namespace {
@@ -112,6 +113,20 @@ TEST(CheckLayerInputs, PassesOnWhatReadingBackThrowsInTheLastRow) {
                              return {rows.size(), 1024, CV_64FC1, cv::Scalar(0.5)};
                            }};
   EXPECT_THROW(CheckLayerInputs(inputs, false, {false, false, records}), std::invalid_argument);
+}
+
+// Neither the source in float64 nor the starless image as read back nor the layer exists whole.
+TEST(ComputeLayer, AllocatesNothingOfTheImagesSize) {
+  const cv::Mat source(1024, 1024, CV_32FC3, cv::Scalar::all(0.5));
+  const LayerInputs inputs{source, [](const cv::Range& rows) {
+                             return cv::Mat(rows.size(), 1024, CV_64FC3, cv::Scalar::all(0.25));
+                           }};
+  std::ostringstream records;
+  const LargeAllocations large(source.total());
+  CheckLayerInputs(inputs, true, {false, false, records});
+  ComputeLayer(inputs, io::OutputRole::kUnscreen, [](const cv::Mat&, const cv::Range&) {});
+  ComputeLayer(inputs, io::OutputRole::kDifference, [](const cv::Mat&, const cv::Range&) {});
+  EXPECT_TRUE(large.Sizes().empty());
 }
 
 }  // namespace

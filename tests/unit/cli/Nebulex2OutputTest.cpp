@@ -8,6 +8,9 @@
 #include <opencv2/imgcodecs.hpp>
 #include <sstream>
 #include <string>
+#include <vector>
+
+#include "support/LargeAllocations.h"
 
 namespace project_lumen::cli {
 namespace {
@@ -185,6 +188,16 @@ TEST(PrepareLayer, QuantisesAllRowsAsTheWholeLayerWouldBe) {
   EXPECT_EQ(mask.at<std::uint16_t>(0), 16384);  // 0.25 * 65535 = 16383.75
   EXPECT_EQ(mask.at<std::uint16_t>(1), 32768);  // 0.5 * 65535 = 32767.5, to even
   EXPECT_EQ(mask.at<std::uint16_t>(2), 0);
+}
+
+TEST(PrepareLayer, HoldsNothingOfTheImagesSizeButTheLayerItself) {
+  const cv::Mat source(1024, 1024, CV_32FC3, cv::Scalar::all(0.5));
+  const LayerInputs inputs{source, [](const cv::Range& rows) {
+                             return cv::Mat(rows.size(), 1024, CV_64FC3, cv::Scalar::all(0.25));
+                           }};
+  const LargeAllocations large(source.total());
+  PrepareLayer("a.tif", inputs, io::OutputRole::kDifference, ColourSource(CV_16U));
+  EXPECT_EQ(large.Sizes(), (std::vector<std::size_t>{source.total() * 3 * sizeof(std::uint16_t)}));
 }
 
 TEST(PrepareLayer, FitsLayersStayInFloat64AndRgbOrder) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <opencv2/core.hpp>
 
 namespace project_lumen {
@@ -87,6 +88,57 @@ TEST(MeasureRange, FloatSamplesAreMeasuredUnscaled) {
   EXPECT_EQ(statistics.maximum, 1.5);
   EXPECT_EQ(statistics.belowZero, 1U);
   EXPECT_EQ(statistics.aboveOne, 1U);
+}
+
+// Sample by sample, as the statistics are defined.
+ImageRangeStatistics MeasureOneByOne(const cv::Mat& image, double divisor) {
+  ImageRangeStatistics result;
+  const auto channels = static_cast<std::size_t>(image.channels());
+  result.channels.resize(channels);
+  cv::Mat values;
+  image.convertTo(values, CV_64F);
+  for (int r = 0; r < values.rows; ++r) {
+    const std::size_t count = static_cast<std::size_t>(values.cols) * channels;
+    for (std::size_t i = 0; i < count; ++i) {
+      result.channels[i % channels].Add(values.ptr<double>(r)[i], divisor);
+      result.image.Add(values.ptr<double>(r)[i], divisor);
+    }
+  }
+  return result;
+}
+
+void ExpectEqual(const RangeStatistics& a, const RangeStatistics& b) {
+  EXPECT_EQ(a.samples, b.samples);
+  EXPECT_EQ(a.finite, b.finite);
+  EXPECT_EQ(a.belowZero, b.belowZero);
+  EXPECT_EQ(a.aboveOne, b.aboveOne);
+  EXPECT_EQ(a.minimum, b.minimum);
+  EXPECT_EQ(a.maximum, b.maximum);
+}
+
+// Widths around the groups in which integers are looked at; the extrema lie in the last column too.
+TEST(MeasureRange, UnsignedIntegersAreMeasuredSampleBySample) {
+  for (const int depth : {CV_8U, CV_16U}) {
+    const double white = depth == CV_8U ? 255.0 : 65535.0;
+    for (const int channels : {1, 2, 3, 4, 5}) {
+      for (const int columns : {1, 7, 16, 47, 48, 49, 97}) {
+        cv::Mat image(3, columns, CV_MAKETYPE(depth, channels));
+        cv::RNG random(static_cast<std::uint64_t>(columns * 8 + channels));
+        random.fill(image, cv::RNG::UNIFORM, 1.0, white);
+        image.at<std::uint8_t>(2, columns * static_cast<int>(image.elemSize()) - 1) = 0;
+        // A divisor below the largest sample makes samples above one.
+        for (const double divisor : {white, white / 2}) {
+          const ImageRangeStatistics measured = MeasureRange(image, divisor);
+          const ImageRangeStatistics expected = MeasureOneByOne(image, divisor);
+          ExpectEqual(measured.image, expected.image);
+          ASSERT_EQ(measured.channels.size(), expected.channels.size());
+          for (std::size_t c = 0; c < measured.channels.size(); ++c) {
+            ExpectEqual(measured.channels[c], expected.channels[c]);
+          }
+        }
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <string>
 #include <vector>
@@ -258,6 +260,117 @@ TEST(ProtectStarlessHighlights, RefusesImagesThatDoNotFit) {
     ExpectAssertion([&] { ProtectStarlessHighlights(pair.original, pair.starless); },
                     "project_lumen::core::ProtectStarlessHighlights", kSameColourPair);
   }
+}
+
+// --- Many samples at once: the definitions, one sample after another ---
+
+double Limited(double x) {
+  return std::isnan(x) ? x : std::min(std::max(x, 0.0), 1.0);
+}
+
+double LogisticByDefinition(double x) {
+  return x >= 40 ? 1.0 : x <= -40 ? 0.0 : 1.0 / (1.0 + std::exp(-x));
+}
+
+// Of a pixel whose samples are finite.
+double WeightByDefinition(const cv::Vec3d& original, const cv::Vec3d& starless) {
+  double brightness = 0.0;
+  double difference = 0.0;
+  for (int k = 0; k < 3; ++k) {
+    brightness = std::max(brightness, Limited(starless[k]));
+    difference += std::abs(Limited(starless[k]) - Limited(original[k]));
+  }
+  return LogisticByDefinition((0.001 - difference / 3.0) * 1000) *
+         LogisticByDefinition((brightness - 0.985) * 1000);
+}
+
+bool HasOddSample(const cv::Vec3d& pixel) {
+  return !std::isfinite(pixel[0] + pixel[1] + pixel[2]);
+}
+
+// Pairs of pixels all over the range and a little beyond it, the same in both depths: stretches of
+// dark and of bright ones, and some that are not finite.
+struct Pixels {
+  std::vector<cv::Vec3f> original;
+  std::vector<cv::Vec3f> starless;
+};
+
+Pixels MakePixels(int count) {
+  Pixels pixels;
+  cv::RNG random(20240607);
+  for (int i = 0; i < count; ++i) {
+    const double level = (i / 150) % 2 == 0 ? 0.3 : 0.97;
+    cv::Vec3f starless;
+    cv::Vec3f original;
+    for (int k = 0; k < 3; ++k) {
+      starless[k] = static_cast<float>(level + random.uniform(-0.35, 0.05));
+      original[k] = static_cast<float>(starless[k] + random.uniform(-0.0004, 0.0008));
+    }
+    if (i % 61 == 7) {
+      original[i % 3] = static_cast<float>(i % 2 == 0 ? kNan : -kInfinity);
+    }
+    if (i % 67 == 7) {
+      starless[i % 3] = static_cast<float>(i % 2 == 0 ? kNan : kInfinity);
+    }
+    pixels.original.push_back(original);
+    pixels.starless.push_back(starless);
+  }
+  return pixels;
+}
+
+cv::Mat RowOf(const std::vector<cv::Vec3f>& pixels, int depth) {
+  cv::Mat row;
+  cv::Mat(pixels).reshape(3, 1).convertTo(row, depth);
+  return row;
+}
+
+TEST_P(StarLayers, ProtectionOfLongRowsFollowsItsDefinition) {
+  const Pixels pixels = MakePixels(1001);
+  cv::Mat starless = RowOf(pixels.starless, GetParam());
+  ProtectHighlightsInPlace(RowOf(pixels.original, GetParam()), starless);
+  for (int i = 0; i < starless.cols; ++i) {
+    const cv::Vec3d o = pixels.original[static_cast<std::size_t>(i)];
+    const cv::Vec3d s = pixels.starless[static_cast<std::size_t>(i)];
+    for (int k = 0; k < 3; ++k) {
+      const double result = SampleAt(starless, 0, i, k);
+      if (!std::isfinite(o[k]) || !std::isfinite(s[k])) {
+        // What is not finite becomes the limited original, NaN or a number.
+        if (std::isnan(o[k])) {
+          EXPECT_TRUE(std::isnan(result)) << i;
+        } else {
+          EXPECT_NEAR(result, Limited(o[k]), Tolerance()) << i;
+        }
+      } else if (!HasOddSample(o) && !HasOddSample(s)) {
+        const double w = WeightByDefinition(o, s);
+        EXPECT_NEAR(result, (1 - w) * Limited(s[k]) + w * Limited(o[k]), Tolerance()) << i;
+      }
+    }
+  }
+}
+
+TEST_P(StarLayers, UnscreenAndItsCountOnLongRowsFollowTheirDefinition) {
+  const Pixels pixels = MakePixels(1001);
+  const cv::Mat original = RowOf(pixels.original, GetParam());
+  const cv::Mat starless = RowOf(pixels.starless, GetParam());
+  const cv::Mat layer = ComputeUnscreenStarLayer(original, starless, nullptr);
+  std::uint64_t suppressed = 0;
+  for (int i = 0; i < layer.cols; ++i) {
+    for (int k = 0; k < 3; ++k) {
+      const double o = pixels.original[static_cast<std::size_t>(i)][k];
+      const double s = pixels.starless[static_cast<std::size_t>(i)][k];
+      double expected = 0.0;
+      if (std::isfinite(o) && std::isfinite(s) && Limited(s) < Limited(o)) {
+        const bool isSuppressed = Limited(o) >= 0.995 && Limited(o) - Limited(s) <= 0.0002;
+        suppressed += isSuppressed ? 1 : 0;
+        expected = isSuppressed
+                       ? 0.0
+                       : Limited((Limited(o) - Limited(s)) / std::max(1.0 - Limited(s), 1e-16));
+      }
+      EXPECT_NEAR(SampleAt(layer, 0, i, k), expected, Tolerance()) << i;
+    }
+  }
+  EXPECT_GT(suppressed, 0U);
+  EXPECT_EQ(CountSuppressedSamples(original, starless), suppressed);
 }
 
 }  // namespace
