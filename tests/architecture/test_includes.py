@@ -16,6 +16,7 @@ INCLUDE = re.compile(r'^#\s*include\s*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
 LIBRARIES = {
     "opencv2": r"opencv2/",
     "fitsio": r"fitsio",
+    "tiffio": r"tiffio\.h",
     "zlib": r"zlib\.h",
     "onnxruntime": r"onnxruntime|.*provider_factory",
     "tclap": r"tclap/",
