@@ -42,7 +42,7 @@ cv::Mat ToWorkingMat(const ImageView& view) {
   if (!AllFinite(view.data, view.sampleCount)) {
     throw std::invalid_argument("Image contains non-finite samples.");
   }
-  const cv::Mat samples = WrapSamples(view.data, view.width, view.height, view.channels);
+  cv::Mat samples = WrapSamples(view.data, view.width, view.height, view.channels);
   if (view.channels == 3) {
     return samples;
   }
