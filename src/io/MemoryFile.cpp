@@ -25,8 +25,7 @@ bool WriteAll(int descriptor, const WholeFile& file) {
 
 }  // namespace
 
-MemoryFile::MemoryFile(const WholeFile& file)
-    : descriptor_(memfd_create("nebulex2", MFD_CLOEXEC)) {
+MemoryFile::MemoryFile(const WholeFile& file) : descriptor_(memfd_create("nebulex2", MFD_CLOEXEC)) {
   if (descriptor_ >= 0 && !WriteAll(descriptor_, file)) {
     close(descriptor_);
     descriptor_ = -1;
