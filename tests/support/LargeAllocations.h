@@ -14,7 +14,7 @@ class LargeAllocations : public cv::MatAllocator {
   explicit LargeAllocations(std::size_t threshold) : threshold_(threshold) {
     cv::Mat::setDefaultAllocator(this);
   }
-  ~LargeAllocations() override { cv::Mat::setDefaultAllocator(nullptr); }
+  ~LargeAllocations() override { cv::Mat::setDefaultAllocator(before_); }
   LargeAllocations(const LargeAllocations&) = delete;
   LargeAllocations& operator=(const LargeAllocations&) = delete;
 
@@ -37,6 +37,7 @@ class LargeAllocations : public cv::MatAllocator {
   std::size_t threshold_;
   mutable std::vector<std::size_t> sizes_;
   cv::MatAllocator* standard_ = cv::Mat::getStdAllocator();
+  cv::MatAllocator* before_ = cv::Mat::getDefaultAllocator();
 };
 
 }  // namespace project_lumen
