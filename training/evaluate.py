@@ -126,6 +126,8 @@ def _measure_scenes(options, removers):
         if number < _SHEET_SCENES:
             part = crop_of_interest(scene.picture)
             lines.append([picture[part] for picture in line])
+        if (number + 1) % 10 == 0:
+            print(f"{number + 1} of {options.scenes} scenes", file=sys.stderr, flush=True)
     write_sheet(options.out / "scenes.png", ["before", "truth"] + _names(removers), lines)
     return {name: dict(measure.rows()) for name, measure in measures.items()}
 
