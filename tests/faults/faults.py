@@ -16,7 +16,7 @@ from program import FAILURE, ProgramTest, model, run, star_field, write_image
 
 # Runs under the sanitizers take several times as long, so fewer of many faults are tried.
 SANITIZED = os.environ["NEBULEX2_SANITIZERS"] != ""
-MOST_FAULTS = 4 if SANITIZED else 6
+MOST_FAULTS = 4
 
 # The program flushes every result to the disk, and there are many: memory spares the disk.
 if os.access("/dev/shm", os.W_OK) and shutil.disk_usage("/dev/shm").free > 2**28:
