@@ -37,6 +37,10 @@ cv::Mat WrapSamples(const float* samples, std::int32_t width, std::int32_t heigh
   return {height, width, CV_32FC(channels), const_cast<float*>(samples)};
 }
 
+cv::Mat WrapSamples(Image& image) {
+  return {image.height, image.width, CV_32FC(image.channels), image.samples.data()};
+}
+
 cv::Mat ToWorkingMat(const ImageView& view) {
   CheckShape(view);
   if (!AllFinite(view.data, view.sampleCount)) {

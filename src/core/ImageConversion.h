@@ -25,4 +25,7 @@ Image ToImage(const cv::Mat& matrix, std::int32_t channels, cv::Size target);
 cv::Mat WrapSamples(const float* samples, std::int32_t width, std::int32_t height,
                     std::int32_t channels);
 
+// A matrix header over an image's samples, which are not copied.
+cv::Mat WrapSamples(Image& image);
+
 }  // namespace project_lumen::core

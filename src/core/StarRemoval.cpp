@@ -4,7 +4,6 @@
 #include <locale>
 #include <sstream>
 #include <stdexcept>
-#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -60,14 +59,16 @@ cv::Mat InferTile(const cv::Mat& tile, const TileInferenceFn& inferTile, Image& 
       answer.samples.size() != kTileSamples) {
     throw std::runtime_error("Inference returned an invalid image buffer.");
   }
-  return WrapSamples(answer.samples.data(), kWindow, kWindow, kTileChannels);
+  return WrapSamples(answer);
 }
 
-cv::Mat InferImage(cv::Mat image, const StarRemovalOptions& options,
-                   const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
+// Adds the network's output to `starless`, which is as AddTiledInference takes it.
+void InferImage(const cv::Mat& image, const StarRemovalOptions& options,
+                const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks,
+                cv::Mat& starless) {
   Image answer;
-  return RunTiledInference(
-      std::move(image), kWindow, options.stride,
+  AddTiledInference(
+      image, kWindow, options.stride,
       [&callbacks](int done, int total) {
         ThrowIfStopRequested(callbacks);
         return !callbacks.progress || callbacks.progress(done, total);
@@ -75,7 +76,8 @@ cv::Mat InferImage(cv::Mat image, const StarRemovalOptions& options,
       [&callbacks, &inferTile, &answer](const cv::Mat& tile) {
         ThrowIfStopRequested(callbacks);
         return InferTile(tile, inferTile, answer);
-      });
+      },
+      starless);
 }
 
 void ReportTransfer(const std::vector<MtfChannelStats>& stats,
@@ -94,42 +96,69 @@ void ReportTransfer(const std::vector<MtfChannelStats>& stats,
   }
 }
 
-// Stretches linear data for the network and returns its output to linear values. Samples that the
-// stretch clips come back from the original.
-cv::Mat InferLinearImage(const cv::Mat& original, const StarRemovalOptions& options,
-                         const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
+// Stretches linear data for the network and returns its output, which becomes `starless` as
+// InferImage does it, to linear values. Samples that the stretch clips come back from the original.
+void InferLinearImage(const cv::Mat& original, const StarRemovalOptions& options,
+                      const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks,
+                      cv::Mat& starless) {
   const std::vector<MtfChannelStats> stats =
       ComputeMtfStatistics(original, options.shadowsClipping, options.targetBackground);
   const cv::Mat shadowMask = ComputeShadowMask(original, stats);
   cv::Mat stretched = original.clone();
   ApplyLinearMtf(stretched, stats);
   ReportTransfer(stats, callbacks);
-  cv::Mat starless = InferImage(std::move(stretched), options, inferTile, callbacks);
+  InferImage(stretched, options, inferTile, callbacks, starless);
+  stretched.release();
   InvertLinearMtf(starless, stats);
   RestoreMaskedSamples(original, shadowMask, starless);
-  return starless;
 }
 
-// The starless image on the working grid. Whoever needs the original last lets go of it.
-cv::Mat ComputeStarless(cv::Mat original, const StarRemovalOptions& options,
-                        const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
-  if (!options.linearMtf && !options.protectHighlights) {
-    return InferImage(std::move(original), options, inferTile, callbacks);
+// The starless image on the working grid, in `starless` as AddTiledInference takes it.
+void ComputeStarless(const cv::Mat& original, const StarRemovalOptions& options,
+                     const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks,
+                     cv::Mat& starless) {
+  if (options.linearMtf) {
+    InferLinearImage(original, options, inferTile, callbacks, starless);
+  } else {
+    InferImage(original, options, inferTile, callbacks, starless);
   }
-  cv::Mat starless = options.linearMtf ? InferLinearImage(original, options, inferTile, callbacks)
-                                       : InferImage(original, options, inferTile, callbacks);
   if (options.protectHighlights) {
     ProtectHighlightsInPlace(original, starless);
   }
-  return starless;
+}
+
+// An image of black samples.
+Image MakeImage(const ImageView& like) {
+  return {.samples = std::vector<float>(like.sampleCount),
+          .width = like.width,
+          .height = like.height,
+          .channels = like.channels};
+}
+
+// The starless image on the input's grid and in its channels.
+Image MakeStarless(const ImageView& input, const StarRemovalOptions& options,
+                   const TileInferenceFn& inferTile, const StarRemovalCallbacks& callbacks) {
+  cv::Mat original = MakeWorkingImage(input, options, callbacks);
+  const cv::Size size(input.width, input.height);
+  if (original.size() == size && input.channels == kTileChannels) {
+    Image image = MakeImage(input);
+    cv::Mat starless = WrapSamples(image);
+    ComputeStarless(original, options, inferTile, callbacks, starless);
+    ThrowIfStopRequested(callbacks);
+    return image;
+  }
+  cv::Mat starless;
+  ComputeStarless(original, options, inferTile, callbacks, starless);
+  original.release();
+  ThrowIfStopRequested(callbacks);
+  return ToImage(starless, input.channels, size);
 }
 
 void ComputeLayers(const ImageView& input, const StarRemovalOptions& options,
                    const StarRemovalCallbacks& callbacks, StarRemovalResult& result) {
   const cv::Size size(input.width, input.height);
   const cv::Mat original = WrapSamples(input.data, input.width, input.height, input.channels);
-  const cv::Mat starless =
-      WrapSamples(result.starless.samples.data(), input.width, input.height, input.channels);
+  const cv::Mat starless = WrapSamples(result.starless);
   if (options.computeStarMask) {
     result.starMask = ToImage(ComputeStarMask(original, starless), input.channels, size);
   }
@@ -152,12 +181,8 @@ StarRemovalResult RemoveStars(const ImageView& input, const StarRemovalOptions& 
                               const StarRemovalCallbacks& callbacks) {
   CheckRequest(options, inferTile);
   ThrowIfStopRequested(callbacks);
-  cv::Mat starless =
-      ComputeStarless(MakeWorkingImage(input, options, callbacks), options, inferTile, callbacks);
-  ThrowIfStopRequested(callbacks);
   StarRemovalResult result;
-  result.starless = ToImage(starless, input.channels, {input.width, input.height});
-  starless.release();
+  result.starless = MakeStarless(input, options, inferTile, callbacks);
   ComputeLayers(input, options, callbacks, result);
   ThrowIfStopRequested(callbacks);
   return result;

@@ -57,7 +57,7 @@ void ThrowIfStopRequested(const StarRemovalCallbacks& callbacks);
 // exceed the 2x upsampling limit.", "Nebulex requires RGB or grayscale pixels at least 512x512.",
 // "Image sample count does not match its dimensions.", "Image contains non-finite samples.";
 // std::runtime_error "Inference returned an invalid image buffer." and "Inference returned
-// non-finite samples."; Cancelled; what ComputeMtfStatistics and RunTiledInference throw.
+// non-finite samples."; Cancelled; what ComputeMtfStatistics and AddTiledInference throw.
 // Exceptions of the callbacks pass through. Nothing is returned on failure.
 StarRemovalResult RemoveStars(const ImageView& input, const StarRemovalOptions& options,
                               const TileInferenceFn& inferTile,

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <stdexcept>
-#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -109,17 +108,22 @@ class TileBlender {
     }
   }
 
-  void Add(const cv::Mat& output, int tileX, int tileY, cv::Mat& accumulator) const {
+  // What lies beyond the image is dropped.
+  void Add(const cv::Mat& output, int tileX, int tileY, cv::Mat& sum) const {
     const std::vector<double>& columnFactors =
         sampleFactors_[TableIndex(tileX == 0, tileX == geometry_.LastTileX())];
     const std::vector<double>& rowFactors =
         pixelFactors_[TableIndex(tileY == 0, tileY == geometry_.LastTileY())];
-    const int offset = kept_.start * static_cast<int>(kChannels);
-    for (int r = 0; r < kept_.side; ++r) {
-      const int row = kept_.start + r;
-      AddWeightedRow(output.ptr<float>(row) + offset, columnFactors.data(),
-                     rowFactors[static_cast<std::size_t>(r)], columnFactors.size(),
-                     accumulator.ptr<cv::Vec3f>(tileY + row, tileX + kept_.start)->val);
+    const cv::Rect kept(tileX + kept_.start, tileY + kept_.start, kept_.side, kept_.side);
+    const cv::Rect image(geometry_.leftPad, geometry_.topPad, geometry_.width, geometry_.height);
+    const cv::Rect area = kept & image;
+    const std::size_t skipped = static_cast<std::size_t>(area.x - kept.x) * kChannels;
+    const std::size_t count = static_cast<std::size_t>(area.width) * kChannels;
+    for (int row = area.y; row < area.y + area.height; ++row) {
+      AddWeightedRow(output.ptr<cv::Vec3f>(row - tileY, area.x - tileX)->val,
+                     columnFactors.data() + skipped,
+                     rowFactors[static_cast<std::size_t>(row - kept.y)], count,
+                     sum.ptr<cv::Vec3f>(row - image.y, area.x - image.x)->val);
     }
   }
 
@@ -146,30 +150,35 @@ class TileBlender {
 
 }  // namespace
 
-cv::Mat RunTiledInference(cv::Mat image, std::int32_t window, std::int32_t stride,
-                          const std::function<bool(int, int)>& progress,
-                          const std::function<cv::Mat(const cv::Mat&)>& inferTile) {
+void AddTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
+                       const std::function<bool(int, int)>& progress,
+                       const std::function<cv::Mat(const cv::Mat&)>& inferTile, cv::Mat& sum) {
   CheckRequest(image, window, stride);
   const TileGeometry geometry = ComputeTileGeometry(image.cols, image.rows, window, stride);
   ReportProgress(progress, 0, geometry.tileCount);
 
-  cv::Mat padded = PadReflect101(image, geometry);
-  image.release();
-  cv::Mat accumulator(padded.size(), CV_32FC3, cv::Scalar::all(0.0));
+  if (sum.empty()) {
+    sum = cv::Mat(image.size(), CV_32FC3, cv::Scalar::all(0.0));
+  }
   const TileBlender blender(geometry);
   cv::Mat tile;
   int done = 0;
   for (int tileX = 0; tileX <= geometry.LastTileX(); tileX += stride) {
     for (int tileY = 0; tileY <= geometry.LastTileY(); tileY += stride) {
       ReleaseIfShared(tile);
-      padded(cv::Rect(tileX, tileY, window, window)).copyTo(tile);
-      blender.Add(InferChecked(tile, inferTile), tileX, tileY, accumulator);
+      CopyPaddedArea(image, geometry, {tileX, tileY, window, window}, tile);
+      blender.Add(InferChecked(tile, inferTile), tileX, tileY, sum);
       ReportProgress(progress, ++done, geometry.tileCount);
     }
   }
-  padded.release();
-  const cv::Rect inner(geometry.leftPad, geometry.topPad, geometry.width, geometry.height);
-  return accumulator(inner);
+}
+
+cv::Mat RunTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
+                          const std::function<bool(int, int)>& progress,
+                          const std::function<cv::Mat(const cv::Mat&)>& inferTile) {
+  cv::Mat sum;
+  AddTiledInference(image, window, stride, progress, inferTile, sum);
+  return sum;
 }
 
 }  // namespace project_lumen::core

@@ -10,8 +10,7 @@ namespace project_lumen::core {
 
 // Cuts the image (CV_32FC3, rows x columns, at least one window each way) into window x window
 // tiles `stride` pixels apart, runs `inferTile` on each and blends the outputs (TileBlending.h).
-// Window and stride are even in this system. The result has the image's size and type; it is a part
-// of a larger matrix, so its rows do not follow each other.
+// Window and stride are even in this system. The result has the image's size and type.
 //
 // Tiles go column by column, each from top to bottom, strictly one after another. A tile is handed
 // out as a continuous copy of its own; its output must be CV_32FC3, window x window and finite. A
@@ -20,15 +19,19 @@ namespace project_lumen::core {
 // `progress`, which may be empty, gets (0, tile count) before the first tile and (tiles done, tile
 // count) after each; returning false throws Cancelled.
 //
-// The image is taken by value so that a caller who moves it in frees it once it is padded.
-//
 // Throws std::invalid_argument "Tiled inference requires float32 RGB pixels.", "Invalid inference
 // window or stride.", and what ComputeTileGeometry throws; std::runtime_error "Inference returned
 // an invalid tile shape or type." and "Inference returned non-finite samples.";
 // std::bad_function_call when a tile needs an empty `inferTile`. Exceptions of the callbacks pass
 // through.
-cv::Mat RunTiledInference(cv::Mat image, std::int32_t window, std::int32_t stride,
+cv::Mat RunTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
                           const std::function<bool(int, int)>& progress,
                           const std::function<cv::Mat(const cv::Mat&)>& inferTile);
+
+// The same, added to `sum`: another matrix of the image's size and type, all zero, so that a caller
+// says where the result lies; or an empty one, which becomes that.
+void AddTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
+                       const std::function<bool(int, int)>& progress,
+                       const std::function<cv::Mat(const cv::Mat&)>& inferTile, cv::Mat& sum);
 
 }  // namespace project_lumen::core

@@ -82,6 +82,29 @@ TEST(PadReflect101, MirrorsAPartOfAnImageAtThePartsOwnEdges) {
   EXPECT_TRUE(AreEqual(PadReflect101(part, geometry), PadReflect101(part.clone(), geometry)));
 }
 
+// Areas at every corner, along every edge, inside the image, and beyond it altogether.
+TEST(CopyPaddedArea, IsThatPartOfThePaddedImage) {
+  const TileGeometry geometry = ComputeTileGeometry(17, 19, 16, 2);
+  const cv::Mat image = MakeNoise({17, 19}, CV_32FC3, 7);
+  const cv::Mat padded = PadReflect101(image, geometry);
+  cv::Mat part;
+  for (int y = 0; y + 5 <= padded.rows; ++y) {
+    for (int x = 0; x + 6 <= padded.cols; ++x) {
+      const cv::Rect area(x, y, 6, 5);
+      CopyPaddedArea(image, geometry, area, part);
+      ASSERT_TRUE(AreEqual(part, padded(area))) << x << ", " << y;
+    }
+  }
+}
+
+TEST(CopyPaddedArea, KeepsTheMemoryOfAPartOfTheRightSize) {
+  const TileGeometry geometry = ComputeTileGeometry(17, 16, 16, 4);
+  cv::Mat part(16, 16, CV_32FC3);
+  const uchar* memory = part.data;
+  CopyPaddedArea(MakeNoise({17, 16}, CV_32FC3, 8), geometry, {4, 0, 16, 16}, part);
+  EXPECT_EQ(part.data, memory);
+}
+
 TEST(PadReflect101, RefusesTheGeometryOfAnotherImage) {
   const TileGeometry geometry = ComputeTileGeometry(17, 16, 16, 4);
   ExpectAssertion([&] { PadReflect101(cv::Mat(16, 16, CV_32FC3), geometry); },

@@ -423,6 +423,15 @@ TEST(RunTiledInference, TheLargestFiniteSamplesPass) {
   EXPECT_TRUE(AreEqual(RunIdentity(image, 16, 16), image));
 }
 
+TEST(AddTiledInference, PutsTheResultWhereTheCallerWantsIt) {
+  const cv::Mat image = MakeNoise({40, 33}, CV_32FC3, 4);
+  cv::Mat sum(image.size(), CV_32FC3, cv::Scalar::all(0.0));
+  const uchar* memory = sum.data;
+  AddTiledInference(image, 16, 8, nullptr, Identity, sum);
+  EXPECT_EQ(sum.data, memory);
+  EXPECT_TRUE(AreEqual(sum, RunTiledInference(image, 16, 8, nullptr, Identity)));
+}
+
 TEST(RunTiledInference, AcceptsOutputsThatArePartOfALargerMatrix) {
   const cv::Mat image = MakeNoise({20, 17}, CV_32FC3, 1);
   const cv::Mat output = RunTiledInference(image, 16, 8, nullptr, [](const cv::Mat& tile) {
