@@ -85,7 +85,7 @@ def small_galaxies(dice, batch, size, width):
     scene, row, column = _places(dice, batch, size)
     count = scene.numel()
     # Smaller than this they could not be told from stars.
-    radius = (width[scene] * dice.log_uniform(1.0, 3.5, count)).clamp(max=_STAMP / 6.0)
+    radius = (width[scene] * dice.log_uniform(1.1, 4.0, count)).clamp(max=_STAMP / 6.0)
     stamps = _stamps(dice, radius, radius / width[scene], row % 1.0, column % 1.0)
     _add_stamps(light, stamps, scene, row.floor().long(), column.floor().long(), size)
     half = _STAMP // 2
@@ -97,10 +97,10 @@ def small_galaxies(dice, batch, size, width):
 def _places(dice, batch, size):
     scenes, rows, columns = [], [], []
     for scene in range(batch):
-        count = int(dice.one_log(0.6, 14.0))
+        count = int(dice.one_log(2.0, 30.0))
         row = dice.uniform(0.0, size - 1.0, count)
         column = dice.uniform(0.0, size - 1.0, count)
-        if dice.happens(0.08):
+        if dice.happens(0.15):
             members = dice.whole(15, 90)
             spread = dice.one(0.06, 0.3) * size
             row = torch.cat((row, dice.one(0.1, 0.9) * size + spread * dice.normal(members)))
@@ -132,9 +132,11 @@ def _stamps(dice, radius, extent, row_part, column_part):
         small, dice.uniform(0.2, 0.65, count, 1, 1), dice.uniform(0.25, 1.0, count, 1, 1)
     )
     scaled = torch.sqrt(along**2 + (across / flat) ** 2 + 0.1) / radius[:, None, None]
-    profile = _sersic(scaled, dice.uniform(0.6, 2.5, count, 1, 1))
+    # Steeper ones have a core that is the image of a star, and are not resolved.
+    steepest = torch.where(small, torch.full_like(flat, 1.5), torch.full_like(flat, 2.5))
+    profile = _sersic(scaled, 0.6 + (steepest - 0.6) * dice.uniform(0.0, 1.0, count, 1, 1))
     taper = torch.sigmoid((_STAMP / 2.0 - 3.0 - torch.sqrt(x**2 + y**2)) * 0.7)
-    brightness = dice.log_uniform(0.1, 6.0, count, 1, 1) * extent[:, None, None]
+    brightness = dice.log_uniform(0.1, 2.0, count, 1, 1) * extent[:, None, None]
     strength = brightness * profile.clamp(max=12.0) * taper
     red_share = dice.uniform(0.0, 1.0, count, 1, 1, 1)
     colour = red_share * _colour(dice, count, _OLD_LIGHT, 0.1) + (1.0 - red_share) * _colour(

@@ -4,6 +4,8 @@ import torch
 import torch.nn.functional as F
 
 CHANGED = 0.01  # a pixel that a star changed by more counts as the star's
+_COMPACT = 0.03  # what rises so much above its wider surroundings could be taken for a star
+_CELL = 8  # pixels; surroundings are 5 x 5 cells
 
 
 def star_mask(picture, target):
@@ -11,9 +13,26 @@ def star_mask(picture, target):
     return ((picture - target).abs().amax(dim=1, keepdim=True) > CHANGED).float()
 
 
-def pixel_loss(result, target, mask, star_weight):
-    """Mean absolute difference, star pixels counted star_weight times."""
-    weight = 1.0 + (star_weight - 1.0) * mask
+def compact_mask(target):
+    """batch x 1 x rows x columns: 1 where the target itself has what looks like a star.
+
+    Small galaxies, knots and cores are few pixels of a scene; a network that is not asked for them
+    takes them all away.
+    """
+    fine = F.avg_pool2d(F.pad(target, (1, 1, 1, 1), mode="replicate"), 3, stride=1)
+    cells = F.pad(F.avg_pool2d(target, _CELL), (2, 2, 2, 2), mode="replicate")
+    wide = F.interpolate(F.avg_pool2d(cells, 5, stride=1), target.shape[-2:], mode="bilinear")
+    return ((fine - wide).amax(dim=1, keepdim=True) > _COMPACT).float()
+
+
+def pixel_weights(mask, target, weights):
+    """batch x 1 x rows x columns: how much the pixels count, by the weights of a LossWeights."""
+    star = 1.0 + (weights.star - 1.0) * mask
+    return torch.maximum(star, 1.0 + (weights.compact - 1.0) * compact_mask(target))
+
+
+def pixel_loss(result, target, weight):
+    """Mean absolute difference, each pixel counted by its weight."""
     return (weight * (result - target).abs()).mean()
 
 
@@ -58,7 +77,7 @@ def texture_loss(result, target, mask):
 def removal_loss(result, picture, target, weights):
     """The sum of all, by the weights of a LossWeights."""
     mask = star_mask(picture, target)
-    loss = pixel_loss(result, target, mask, weights.star)
+    loss = pixel_loss(result, target, pixel_weights(mask, target, weights))
     loss = loss + weights.gradient * gradient_loss(result, target)
     loss = loss + weights.coarse * coarse_loss(result, target)
     if weights.texture > 0.0:

@@ -5,7 +5,7 @@ import csv
 import math
 import pathlib
 import time
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
 import torch
 
@@ -34,7 +34,8 @@ _CRITIC_SEED = 77
 
 @dataclass
 class LossWeights:
-    star: float = 5.0
+    star: float = 5.0  # of a pixel that a star changed
+    compact: float = 10.0  # of a pixel of the target's own that looks like a star's
     gradient: float = 0.5
     coarse: float = 0.3
     texture: float = 0.0
@@ -158,9 +159,7 @@ class Trainer:
         for group in self.optimizer.param_groups:
             group["lr"] = self._rate()
         late = self._progress() >= plan.critic_from
-        weights = plan.losses if late else LossWeights(
-            plan.losses.star, plan.losses.gradient, plan.losses.coarse
-        )
+        weights = plan.losses if late else replace(plan.losses, texture=0.0, adversarial=0.0)
         with self._precision():
             result = self.network(picture.contiguous(memory_format=torch.channels_last))
         result = result.float()

@@ -63,7 +63,7 @@ class Scenes(unittest.TestCase):
     def test_a_scene_that_is_not_finite_becomes_the_same_grey_twice(self):
         dice = Dice(11)
         layers = compute_layers(dice, 2, SIZE)
-        layers.sky[0, 1, 5, 5] = float("nan")
+        layers.sky[0, :, 5, 5] = float("nan")
         picture, target = develop(dice, layers.sky, layers.stars, layers.level)
         self.assertTrue(torch.isfinite(picture).all() and torch.isfinite(target).all())
         self.assertTrue(torch.equal(picture[0], target[0]))

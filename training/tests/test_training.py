@@ -17,7 +17,7 @@ from nebulex_training.dice import Dice
 from nebulex_training.exporting import export_model
 from nebulex_training.feeder import BatchFeeder
 from nebulex_training.growing import grown
-from nebulex_training.losses import pixel_loss, star_mask, texture_loss
+from nebulex_training.losses import pixel_loss, pixel_weights, star_mask, texture_loss
 from nebulex_training.measures import Sums
 from nebulex_training.network import Doubling, Shape, StarNet
 from nebulex_training.pool import ScenePool
@@ -103,13 +103,23 @@ class Network(unittest.TestCase):
 
 class Losses(unittest.TestCase):
     def test_star_pixels_count_more(self):
-        target = torch.zeros(1, 3, 2, 2)
+        target = torch.zeros(1, 3, 32, 32)
         picture = target.clone()
         picture[:, :, 0, 0] = 1.0
         mask = star_mask(picture, target)
         self.assertEqual(mask.sum(), 1.0)
-        # One of four pixels is wrong by 1: a quarter, five times.
-        self.assertAlmostEqual(float(pixel_loss(picture, target, mask, 5.0)), 1.25)
+        weight = pixel_weights(mask, target, LossWeights(star=5.0, compact=10.0))
+        # One of 1024 pixels is wrong by 1, and counts five times.
+        self.assertAlmostEqual(float(pixel_loss(picture, target, weight)), 5.0 / 1024.0)
+
+    def test_what_looks_like_a_star_and_stays_counts_most(self):
+        target = torch.full((1, 3, 64, 64), 0.2)
+        target[:, 1, 30:33, 40:43] = 0.5  # a small galaxy
+        target[:, :, :, :10] = 0.8  # the edge of something large
+        weight = pixel_weights(star_mask(target, target), target, LossWeights(compact=10.0))
+        self.assertEqual(float(weight[0, 0, 31, 41]), 10.0)
+        self.assertEqual(float(weight[0, 0, 31, 20]), 1.0)
+        self.assertEqual(float(weight[0, 0, 5, 60]), 1.0)
 
     def test_smooth_fillings_cost_texture(self):
         target = 0.3 + 0.02 * Dice(1).normal(1, 3, 64, 64)
