@@ -21,7 +21,7 @@ class Sums:
         self._left = self._light = 0.0
         self._star_squares = self._other_squares = 0.0
         self._star_count = self._other_count = 0
-        self._textures, self._residuals = [], []
+        self._textures, self._residuals, self._other_psnrs = [], [], []
 
     def add(self, result, picture, truth):
         stars = star_pixels(picture, truth)
@@ -31,10 +31,14 @@ class Sums:
         self._left, self._light = self._left + left, self._light + light
         if light > 0.0:
             self._residuals.append(left / light)
+        star_count, other_count = 3 * int(stars.sum()), 3 * int((~stars).sum())
+        other_squares = float((error[:, ~stars] ** 2).sum())
         self._star_squares += float((error[:, stars] ** 2).sum())
-        self._other_squares += float((error[:, ~stars] ** 2).sum())
-        self._star_count += 3 * int(stars.sum())
-        self._other_count += 3 * int((~stars).sum())
+        self._other_squares += other_squares
+        self._star_count += star_count
+        self._other_count += other_count
+        if other_count:
+            self._other_psnrs.append(_psnr(other_squares, other_count))
         if int(stars.sum()) > 200:
             strength = [float(fine_detail(x[None])[0][:, stars].std()) for x in (result, truth)]
             if strength[1] > 1e-4:
@@ -48,7 +52,7 @@ class Sums:
     @property
     def typical_residual(self):
         """Median over pictures of the residual, where each counts the same, bright or not."""
-        return float(torch.tensor(self._residuals).median()) if self._residuals else math.nan
+        return _median(self._residuals)
 
     @property
     def star_psnr(self):
@@ -59,9 +63,18 @@ class Sums:
         return _psnr(self._other_squares, self._other_count)
 
     @property
+    def typical_other_psnr(self):
+        """Median over pictures, where one wrong galaxy does not speak for all."""
+        return _median(self._other_psnrs)
+
+    @property
     def texture(self):
         """Median over pictures: fine detail in footprints, over that of the truth there."""
-        return float(torch.tensor(self._textures).median()) if self._textures else math.nan
+        return _median(self._textures)
+
+
+def _median(values):
+    return float(torch.tensor(values).median()) if values else math.nan
 
 
 def _psnr(squares, count):

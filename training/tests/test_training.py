@@ -146,6 +146,10 @@ class Measures(unittest.TestCase):
         self.assertAlmostEqual(sums.typical_residual, 0.1, places=5)
         self.assertAlmostEqual(sums.star_psnr, -10.0 * math.log10(0.01 / 2), places=3)
         self.assertAlmostEqual(sums.other_psnr, -10.0 * math.log10(0.0001 / 14), places=3)
+        # One picture that is wrong everywhere does not change what is typical of three.
+        sums.add(truth, truth, truth + 0.01)
+        sums.add(truth, truth, truth + 0.5)
+        self.assertAlmostEqual(sums.typical_other_psnr, 40.0, places=3)
 
 
 class Resuming(unittest.TestCase):

@@ -66,8 +66,10 @@ class ComputedMeasures:
     def rows(self):
         """Name and value of each measure."""
         yield "residual", self._all.residual
+        yield "residual, typical scene", self._all.typical_residual
         yield "PSNR, star pixels", self._all.star_psnr
         yield "PSNR, other pixels", self._all.other_psnr
+        yield "PSNR, other pixels, typical scene", self._all.typical_other_psnr
         yield "texture", self._all.texture
         for name, (left, light) in self._by_peak.items():
             yield f"residual, {name}", left / light if light else math.nan
