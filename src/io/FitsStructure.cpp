@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace project_lumen::io {
@@ -119,9 +121,11 @@ Integer LastInteger(const Header& header, const std::string& name) {
   return found == header.cards.rend() ? std::nullopt : ParseInteger(found->value);
 }
 
+// As CFITSIO reads a logical value: by its first letter.
 bool HasTrue(const Header& header, const std::string& name) {
-  return std::any_of(header.cards.begin(), header.cards.end(),
-                     [&name](const Card& card) { return card.name == name && card.value == "T"; });
+  return std::any_of(header.cards.begin(), header.cards.end(), [&name](const Card& card) {
+    return card.name == name && card.value.starts_with('T');
+  });
 }
 
 Integer IntegerAt(const Header& header, std::size_t position, const std::string& name) {
@@ -188,9 +192,24 @@ bool IsRiceCoded(const Header& header) {
   });
 }
 
+// Whether a keyword that says how tiles lie and are coded stands there twice. CFITSIO searches from
+// where it read last, so which of the two it takes depends on what was asked before: a check and
+// the reading that follows would see different tiles.
+bool HasRepeatedTiling(const Header& header) {
+  constexpr std::array<std::string_view, 8> kStems{"ZIMAGE", "ZCMPTYPE", "ZQUANTIZ", "ZBITPIX",
+                                                   "ZNAXIS", "ZTILE",    "ZNAME",    "ZVAL"};
+  std::set<std::string_view> seen;
+  return std::any_of(header.cards.begin(), header.cards.end(), [&](const Card& card) {
+    const bool isTiling = std::any_of(kStems.begin(), kStems.end(), [&](std::string_view stem) {
+      return card.name.starts_with(stem);
+    });
+    return isTiling && !seen.insert(card.name).second;
+  });
+}
+
 bool IsTilingSane(const Header& header) {
   constexpr std::int64_t kMaximum = INT64_MAX;
-  bool isSane = AllInside(header, "ZNAXIS", 1, kMaximumTiledAxes);
+  bool isSane = !HasRepeatedTiling(header) && AllInside(header, "ZNAXIS", 1, kMaximumTiledAxes);
   if (IsRiceCoded(header)) {
     isSane = isSane && AllInside(header, "ZVAL1", 1, kMaximumRiceSetting) &&
              AllInside(header, "ZVAL2", 1, kMaximumRiceSetting);

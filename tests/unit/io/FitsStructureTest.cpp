@@ -210,6 +210,13 @@ TEST(InspectFitsStructure, TilesWithoutASizeStayUnread) {
   }
 }
 
+TEST(InspectFitsStructure, AWordThatBeginsLikeTrueMakesATiledImageToo) {
+  std::vector<std::string> cards = TiledCards();
+  cards[8] = FitsCard("ZIMAGE", "TA");
+  cards[12] = FitsCard("ZTILE1", 0);
+  EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, kDecompressionError);
+}
+
 TEST(InspectFitsStructure, RiceBlocksWithoutPixelsStayUnread) {
   std::vector<std::string> cards = TiledCards();
   cards.push_back(FitsCard("ZCMPTYPE", "'RICE_1  '"));
@@ -217,6 +224,28 @@ TEST(InspectFitsStructure, RiceBlocksWithoutPixelsStayUnread) {
   EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, 0);
   cards.back() = FitsCard("ZVAL1", 0);
   EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, kDecompressionError);
+}
+
+TEST(InspectFitsStructure, TilesWhoseKeywordsRepeatStayUnread) {
+  for (const std::string& card :
+       {FitsCard("ZTILE2", 1), FitsCard("ZNAXIS1", 100), FitsCard("ZNAXIS", 2),
+        FitsCard("ZBITPIX", 16), FitsCard("ZIMAGE", "T")}) {
+    std::vector<std::string> cards = TiledCards();
+    cards.push_back(card);
+    const std::string name = card.substr(0, 8);
+    const auto isSame = [&](const std::string& other) { return other.substr(0, 8) == name; };
+    if (std::count_if(cards.begin(), cards.end(), isSame) == 1) {
+      cards.push_back(card);
+    }
+    EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, kDecompressionError)
+        << card;
+  }
+  // Remarks and keywords of other programs may.
+  std::vector<std::string> cards = TiledCards();
+  for (const char* name : {"HISTORY", "ZENITH", "HISTORY", "ZENITH"}) {
+    cards.push_back(FitsCard(name, 1));
+  }
+  EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, std::string(400, 0))).refusalStatus, 0);
 }
 
 TEST(InspectFitsStructure, EveryCardOfARepeatedTileSizeCounts) {
