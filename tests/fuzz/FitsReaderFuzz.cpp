@@ -34,9 +34,9 @@ void RequireSamplesInRange(const FitsImage& read, bool linear) {
   constexpr double kLargest = std::numeric_limits<double>::max();
   const bool isBelowOne = linear || read.info.isFloat;
   const bool isPositive = !linear && read.info.isFloat;
-  // The upper bound of checkRange is exclusive.
+  // The upper bound of checkRange is exclusive, and it takes -0.0 for less than 0.0.
   const double beyondOne = std::nextafter(1.0, 2.0);
-  Require(cv::checkRange(read.image, true, nullptr, isPositive ? 0.0 : -kLargest,
+  Require(cv::checkRange(read.image, true, nullptr, isPositive ? -0.0 : -kLargest,
                          isBelowOne ? beyondOne : kLargest));
 }
 
