@@ -207,9 +207,21 @@ bool HasRepeatedTiling(const Header& header) {
   });
 }
 
+// Whether a card that CFITSIO reads as an integer of the tiling can do no harm: a value that is
+// none goes into a message whose buffer takes this much of it (ffc2j).
+bool FitsItsMessage(const Card& card) {
+  constexpr std::size_t kRoom = 28;
+  constexpr std::array<std::string_view, 6> kIntegers{"ZBITPIX", "ZDITHER0", "ZVAL1",
+                                                      "ZVAL2",   "ZBLANK",   "BLANK"};
+  return std::find(kIntegers.begin(), kIntegers.end(), card.name) == kIntegers.end() ||
+         card.value.size() <= kRoom || ParseInteger(card.value);
+}
+
 bool IsTilingSane(const Header& header) {
   constexpr std::int64_t kMaximum = INT64_MAX;
-  bool isSane = !HasRepeatedTiling(header) && AllInside(header, "ZNAXIS", 1, kMaximumTiledAxes);
+  bool isSane = !HasRepeatedTiling(header) &&
+                std::all_of(header.cards.begin(), header.cards.end(), FitsItsMessage) &&
+                AllInside(header, "ZNAXIS", 1, kMaximumTiledAxes);
   if (IsRiceCoded(header)) {
     isSane = isSane && AllInside(header, "ZVAL1", 1, kMaximumRiceSetting) &&
              AllInside(header, "ZVAL2", 1, kMaximumRiceSetting);
@@ -297,8 +309,8 @@ int RefusalStatus(const Header& header) {
 bool IsOfInterest(const Header& header, const Card& card) {
   constexpr std::size_t kLeadingCards = 3 + static_cast<std::size_t>(kMaximumAxes);
   return header.cards.size() < kLeadingCards || card.name == "PCOUNT" || card.name == "GCOUNT" ||
-         card.name == "GROUPS" || card.name == "TFIELDS" || card.name.starts_with("TTYPE") ||
-         card.name.starts_with('Z');
+         card.name == "GROUPS" || card.name == "TFIELDS" || card.name == "BLANK" ||
+         card.name.starts_with("TTYPE") || card.name.starts_with('Z');
 }
 
 // Reads header blocks up to the one with END; of a long header only the cards that matter stay.

@@ -217,6 +217,19 @@ TEST(InspectFitsStructure, AWordThatBeginsLikeTrueMakesATiledImageToo) {
   EXPECT_EQ(Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus, kDecompressionError);
 }
 
+TEST(InspectFitsStructure, TextInPlaceOfAnIntegerOfTheTilesIsShort) {
+  for (const std::string name : {"ZBITPIX", "ZDITHER0", "ZVAL1", "ZVAL2", "ZBLANK", "BLANK"}) {
+    const auto statusWith = [&name](const std::string& value) {
+      std::vector<std::string> cards = TiledCards();
+      cards.push_back(FitsCard(name, value));
+      return Inspect(kEmptyPrimary + FitsHdu(cards, "")).refusalStatus;
+    };
+    EXPECT_EQ(statusWith("'" + std::string(26, 'x') + "'"), 0) << name;
+    EXPECT_EQ(statusWith("'" + std::string(30, 'x') + "'"), kDecompressionError) << name;
+    EXPECT_EQ(statusWith("1." + std::string(40, '0')), 0) << name;
+  }
+}
+
 TEST(InspectFitsStructure, RiceBlocksWithoutPixelsStayUnread) {
   std::vector<std::string> cards = TiledCards();
   cards.push_back(FitsCard("ZCMPTYPE", "'RICE_1  '"));
