@@ -46,9 +46,11 @@ void CopyPaddedArea(const cv::Mat& image, const TileGeometry& geometry, const cv
       }
     };
     copyMirrored(0, first);
-    // As samples, which the library copies faster than pixels.
-    std::copy_n(source[area.x + first - geometry.leftPad].val,
-                static_cast<std::size_t>(end - first) * 3, target[first].val);
+    if (first < end) {
+      // As samples, which the library copies faster than pixels.
+      std::copy_n(source[area.x + first - geometry.leftPad].val,
+                  static_cast<std::size_t>(end - first) * 3, target[first].val);
+    }
     copyMirrored(end, area.width);
   }
 }
