@@ -1,8 +1,8 @@
 #include "backend/OnnxRuntimeBackend.h"
 
-#include <algorithm>
 #include <exception>
 #include <stdexcept>
+#include <vector>
 
 #include "backend/BackendState.h"
 #include "backend/ModelLookup.h"
@@ -68,19 +68,17 @@ const std::string& OnnxRuntimeBackend::ProviderName() const {
 }
 
 cv::Mat OnnxRuntimeBackend::InferTile(const cv::Mat& tile) {
-  cv::Mat output;
-  InferTile(tile, output);
-  return output;
+  std::vector<float> samples = InferSamples(tile);
+  return cv::Mat(tile.rows, tile.cols, CV_32FC3, samples.data()).clone();
 }
 
-void OnnxRuntimeBackend::InferTile(const cv::Mat& tile, cv::Mat& output) {
+std::vector<float> OnnxRuntimeBackend::InferSamples(const cv::Mat& tile) {
   RequireTile(tile);
   const TensorShape shape{1, tile.rows, tile.cols, tile.channels()};
   const CheckedOutput answer =
       RunSessionChecked(*state_->session, state_->providerName, state_->inputName,
                         state_->outputName, shape, tile.ptr<float>(), kInferenceStage);
-  output.create(tile.rows, tile.cols, CV_32FC3);
-  std::copy(answer.samples.begin(), answer.samples.end(), output.ptr<float>());
+  return {answer.samples.begin(), answer.samples.end()};
 }
 
 }  // namespace project_lumen::backend

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <opencv2/core/mat.hpp>
 
@@ -51,8 +52,8 @@ class OnnxRuntimeBackend {
   // be CV_32FC3.", "ONNX Runtime input image must be continuous.", and the texts of
   // RunSessionChecked for the stage "inference". The backend stays usable.
   cv::Mat InferTile(const cv::Mat& tile);
-  // The same into `output`, whose memory is used if it has the tile's size and type.
-  void InferTile(const cv::Mat& tile, cv::Mat& output);
+  // The same as plain samples: rows x columns x RGB.
+  std::vector<float> InferSamples(const cv::Mat& tile);
 
  private:
   std::unique_ptr<BackendState> state_;

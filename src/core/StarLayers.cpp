@@ -63,9 +63,8 @@ bool AreFinite(double a, double b) {
   return (a - a) + (b - b) == 0.0;
 }
 
-// `output` may be `starless`, here and below.
 template <typename T>
-void ProtectPixels(const T* original, const T* starless, T* output, std::size_t count) {
+void ProtectPixels(const T* original, T* starless, std::size_t count) {
   for (std::size_t p = 0; p < count; p += kPixel) {
     Pixel clampedOriginal{};
     Pixel clampedStarless{};
@@ -78,15 +77,14 @@ void ProtectPixels(const T* original, const T* starless, T* output, std::size_t 
       const bool finite = std::isfinite(original[p + k]) && std::isfinite(starless[p + k]);
       const double blended =
           Clamp((1.0 - weight) * clampedStarless[k] + weight * clampedOriginal[k]);
-      output[p + k] = static_cast<T>(finite ? blended : clampedOriginal[k]);
+      starless[p + k] = static_cast<T>(finite ? blended : clampedOriginal[k]);
     }
   }
 }
 
 // The same for samples so far from white that the weight is exactly 0; vectorises.
 template <typename T>
-NEBULEX_VECTORISED void ProtectDarkSamples(const T* original, const T* starless, T* output,
-                                           std::size_t count) {
+NEBULEX_VECTORISED void ProtectDarkSamples(const T* original, T* starless, std::size_t count) {
   constexpr double kWeight = 0.0;
   for (std::size_t i = 0; i < count; ++i) {
     const auto o = static_cast<double>(original[i]);
@@ -94,39 +92,61 @@ NEBULEX_VECTORISED void ProtectDarkSamples(const T* original, const T* starless,
     const double level = Clamp(o);
     // The product is kept for the sign of zero.
     const double blended = Clamp(Clamp(s) + kWeight * level);
-    output[i] = static_cast<T>(AreFinite(o, s) ? blended : level);
+    starless[i] = static_cast<T>(AreFinite(o, s) ? blended : level);
   }
 }
 
-// Whether all samples are below what HighlightWeight answers with 0 and what the unscreen layer
-// suppresses; no NaN is. The flags have the samples' width, so the loop vectorises.
+// HighlightWeight answers with 0 up to here, and the unscreen layer suppresses nothing.
+template <typename T>
+constexpr T kDark = static_cast<T>(0.94);
+
+// Of the samples' width, so that loops over both vectorise.
+template <typename T>
+using SampleFlag =
+    std::conditional_t<sizeof(T) == sizeof(std::uint64_t), std::uint64_t, std::uint32_t>;
+
+// Whether all samples are dark; no NaN is.
 template <typename T>
 NEBULEX_VECTORISED bool AreDark(const T* samples, std::size_t count) {
-  using Flag = std::conditional_t<sizeof(T) == sizeof(std::uint64_t), std::uint64_t, std::uint32_t>;
-  constexpr T kDark = static_cast<T>(0.94);
-  Flag bright = 0;
+  SampleFlag<T> bright = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    bright |= static_cast<Flag>(!(samples[i] <= kDark));
+    bright |= static_cast<SampleFlag<T>>(!(samples[i] <= kDark<T>));
   }
   return bright == 0;
+}
+
+// Whether protection leaves all samples as they are, since the starless ones are dark and above 0
+// and none is NaN or infinite; vectorises.
+template <typename T>
+NEBULEX_VECTORISED bool NeedNoProtection(const T* original, const T* starless, std::size_t count) {
+  using Flag = SampleFlag<T>;
+  Flag changing = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    changing |= static_cast<Flag>(!(starless[i] <= kDark<T>));
+    changing |= static_cast<Flag>(!(starless[i] > 0));
+    changing |= static_cast<Flag>(!(original[i] - original[i] == 0));
+  }
+  return changing == 0;
 }
 
 // Blocks of whole pixels that are judged together.
 constexpr std::size_t kBlock = 64 * kPixel;
 
 template <typename T>
-void ProtectRow(const T* original, const T* starless, T* output, std::size_t count) {
+void ProtectRow(const T* original, T* starless, std::size_t count) {
   for (std::size_t i = 0; i < count; i += kBlock) {
     const std::size_t size = std::min(kBlock, count - i);
-    const auto protect = AreDark(starless + i, size) ? ProtectDarkSamples<T> : ProtectPixels<T>;
-    protect(original + i, starless + i, output + i, size);
+    if (!NeedNoProtection(original + i, starless + i, size)) {
+      const auto protect = AreDark(starless + i, size) ? ProtectDarkSamples<T> : ProtectPixels<T>;
+      protect(original + i, starless + i, size);
+    }
   }
 }
 
 template <typename T>
 void Protect(const cv::Mat& original, cv::Mat& starless) {
   for (int r = 0; r < starless.rows; ++r) {
-    ProtectRow(original.ptr<T>(r), starless.ptr<T>(r), starless.ptr<T>(r), SamplesPerRow(starless));
+    ProtectRow(original.ptr<T>(r), starless.ptr<T>(r), SamplesPerRow(starless));
   }
 }
 
@@ -218,6 +238,16 @@ std::uint64_t CountSuppressed(const cv::Mat& original, const cv::Mat& starless) 
   return suppressed;
 }
 
+template <typename T>
+bool IsDarkImage(const cv::Mat& image) {
+  for (int r = 0; r < image.rows; ++r) {
+    if (!AreDark(image.ptr<T>(r), SamplesPerRow(image))) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 cv::Mat ProtectStarlessHighlights(const cv::Mat& original, const cv::Mat& starless) {
@@ -265,6 +295,13 @@ std::uint64_t CountSuppressedSamples(const cv::Mat& original, const cv::Mat& sta
                      original.type() == starless.type() && original.size() == starless.size());
   return original.depth() == CV_64F ? CountSuppressed<double>(original, starless)
                                     : CountSuppressed<float>(original, starless);
+}
+
+bool MayHaveSuppressedSamples(const cv::Mat& original) {
+  NEBULEX_ASSERT("project_lumen::core::MayHaveSuppressedSamples",
+                 original.depth() == CV_32F || original.depth() == CV_64F);
+  return !(original.depth() == CV_64F ? IsDarkImage<double>(original)
+                                      : IsDarkImage<float>(original));
 }
 
 std::string SuppressionWarning(std::uint64_t suppressed) {

@@ -41,6 +41,9 @@ cv::Mat ComputeUnscreenStarLayer(const cv::Mat& original, const cv::Mat& starles
 // The number of samples that ComputeUnscreenStarLayer suppresses.
 std::uint64_t CountSuppressedSamples(const cv::Mat& original, const cv::Mat& starless);
 
+// False where none can be suppressed, whatever the starless image holds.
+bool MayHaveSuppressedSamples(const cv::Mat& original);
+
 // The line that tells of suppressed samples.
 std::string SuppressionWarning(std::uint64_t suppressed);
 

@@ -15,10 +15,12 @@ struct LayerInputs {
   const cv::Mat& source;
   // Rows of the starless image as they will be read from its file: CV_64F, the source's channels.
   std::function<cv::Mat(const cv::Range& rows)> readBack;
+  bool canReadBackFail = true;
 };
 
-// Looks at all rows before anything is written: what `readBack` throws comes now, and with
-// `wantUnscreen` the samples that the unscreen layer suppresses go out as one data-loss warning.
+// Looks at all rows that matter before anything is written: what `readBack` throws comes now, and
+// with `wantUnscreen` the samples that the unscreen layer suppresses go out as one data-loss
+// warning.
 void CheckLayerInputs(const LayerInputs& inputs, bool wantUnscreen, const DiagnosticsSink& sink);
 
 // Hands the star mask (role kDifference) or the unscreen layer (role kUnscreen) to `take`, a band

@@ -8,6 +8,7 @@
 #include "cli/BackendMessages.h"
 #include "cli/OutputPaths.h"
 #include "cli/Progress.h"
+#include "common/PathSuffix.h"
 #include "core/StarLayers.h"
 #include "core/TileGeometry.h"
 
@@ -84,10 +85,7 @@ core::Image Nebulex2Model::InferTile(const core::ImageView& tile) {
   }
   // The view is read only, and so is the session's use of the matrix around it.
   const cv::Mat input(tile.height, tile.width, CV_32FC3, const_cast<float*>(tile.data));
-  core::Image answer{std::vector<float>(tile.sampleCount), tile.width, tile.height, tile.channels};
-  cv::Mat output = Wrap(answer);
-  backend_->InferTile(input, output);
-  return answer;
+  return {backend_->InferSamples(input), tile.width, tile.height, tile.channels};
 }
 
 void Nebulex2Model::RemoveStarsFromWorkingImage() {
@@ -145,19 +143,20 @@ void Nebulex2Model::WriteOutputs() {
     input_.sourceSamples.release();
   }
   WriteOne("Writing starless image to: ", options_.outputPath, starless_, io::OutputRole::kMain);
+  cv::Mat layer;
   if (WantsMask()) {
     WriteLayer("Writing mask to: ", options_.maskPath, io::OutputRole::kDifference,
-               !WantsUnscreen());
+               !WantsUnscreen(), layer);
   }
   if (WantsUnscreen()) {
     WriteLayer("Writing unscreen star layer to: ", options_.unscreenPath, io::OutputRole::kUnscreen,
-               true);
+               true, layer);
   }
 }
 
 void Nebulex2Model::WriteLayer(const char* announcement, const std::string& path,
-                               io::OutputRole role, bool isLast) {
-  const cv::Mat layer = PrepareLayer(path, InputsOfLayers(), role, input_.info);
+                               io::OutputRole role, bool isLast, cv::Mat& layer) {
+  PrepareLayer(path, InputsOfLayers(), role, input_.info, layer);
   if (isLast) {
     DropLayerInputs();
   }
@@ -181,9 +180,11 @@ void Nebulex2Model::WriteOne(const char* announcement, const std::string& path,
 // The starless image is read back as its file holds it, so that file and layers belong together
 // exactly.
 LayerInputs Nebulex2Model::InputsOfLayers() const {
-  return {input_.sourceSamples, [this](const cv::Range& rows) {
+  return {input_.sourceSamples,
+          [this](const cv::Range& rows) {
             return ReadBackOutputRows(options_.outputPath, starless_, rows, Context());
-          }};
+          },
+          IsFitsPath(options_.outputPath)};
 }
 
 OutputContext Nebulex2Model::Context() const {

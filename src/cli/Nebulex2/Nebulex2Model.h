@@ -43,7 +43,7 @@ class Nebulex2Model : public DLModelBase {
   cv::Mat InvertLinearPrediction();
   void PrepareStarlessOutput();
   void WriteLayer(const char* announcement, const std::string& path, io::OutputRole role,
-                  bool isLast);
+                  bool isLast, cv::Mat& layer);
   void WriteOne(const char* announcement, const std::string& path, const cv::Mat& prepared,
                 io::OutputRole role);
   void DropLayerInputs();

@@ -53,11 +53,14 @@ cv::Mat PrepareOutputImage(const std::string& path, const cv::Mat& image, bool d
   }
   const int depth = io::OutputSampleDepth(path, source.storedDepth);
   cv::Mat quantised(prepared.size(), CV_MAKETYPE(depth, prepared.channels()));
+  cv::Mat rgb;
   ForEachRowBand(prepared, [&](const cv::Range& rows) {
     cv::Mat part = quantised.rowRange(rows);
-    prepared.rowRange(rows).convertTo(part, depth, WhiteOf(depth), 0.0);
+    cv::Mat& converted = source.isGrayscale ? part : rgb;
+    prepared.rowRange(rows).convertTo(converted, depth, WhiteOf(depth), 0.0);
     if (!source.isGrayscale) {
-      cv::cvtColor(part, part, cv::COLOR_RGB2BGR);
+      // Not in place, where OpenCV makes a copy first.
+      cv::cvtColor(rgb, part, cv::COLOR_RGB2BGR);
     }
   });
   return quantised;
@@ -99,15 +102,13 @@ cv::Mat ReadBackOutputRows(const std::string& path, const cv::Mat& prepared, con
   return values;
 }
 
-cv::Mat PrepareLayer(const std::string& path, const LayerInputs& inputs, io::OutputRole role,
-                     const io::SourceImageInfo& source) {
-  cv::Mat prepared;
+void PrepareLayer(const std::string& path, const LayerInputs& inputs, io::OutputRole role,
+                  const io::SourceImageInfo& source, cv::Mat& prepared) {
   ComputeLayer(inputs, role, [&](const cv::Mat& layer, const cv::Range& rows) {
     const cv::Mat part = PrepareOutputImage(path, layer, false, source);
     prepared.create(inputs.source.size(), part.type());
     part.copyTo(prepared.rowRange(rows));
   });
-  return prepared;
 }
 
 }  // namespace project_lumen::cli

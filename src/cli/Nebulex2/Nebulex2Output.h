@@ -42,8 +42,9 @@ void WriteOutputImage(const std::string& path, const cv::Mat& prepared, io::Outp
 cv::Mat ReadBackOutputRows(const std::string& path, const cv::Mat& prepared, const cv::Range& rows,
                            const OutputContext& context);
 
-// The star mask or the unscreen layer, ready for WriteOutputImage at `path`.
-cv::Mat PrepareLayer(const std::string& path, const LayerInputs& inputs, io::OutputRole role,
-                     const io::SourceImageInfo& source);
+// The star mask or the unscreen layer in `prepared`, ready for WriteOutputImage at `path`. The
+// memory of `prepared` is used again if it has the layer's size and type.
+void PrepareLayer(const std::string& path, const LayerInputs& inputs, io::OutputRole role,
+                  const io::SourceImageInfo& source, cv::Mat& prepared);
 
 }  // namespace project_lumen::cli

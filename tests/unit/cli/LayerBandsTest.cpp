@@ -115,6 +115,24 @@ TEST(CheckLayerInputs, PassesOnWhatReadingBackThrowsInTheLastRow) {
   EXPECT_THROW(CheckLayerInputs(inputs, false, {false, false, records}), std::invalid_argument);
 }
 
+TEST(CheckLayerInputs, ReadsNoDarkRowsBackWhereThatCannotFail) {
+  std::ostringstream records;
+  cv::Mat source(96, 1024, CV_32FC1, cv::Scalar(0.5));
+  source.at<float>(40, 1023) = 1.0F;
+  std::vector<cv::Range> seen;
+  const LayerInputs inputs{source,
+                           [&seen](const cv::Range& rows) -> cv::Mat {
+                             seen.push_back(rows);
+                             return {rows.size(), 1024, CV_64FC1, cv::Scalar(0.9999)};
+                           },
+                           false};
+  CheckLayerInputs(inputs, false, {false, false, records});
+  EXPECT_TRUE(seen.empty());
+  CheckLayerInputs(inputs, true, {false, false, records});
+  EXPECT_EQ(seen, (std::vector<cv::Range>{{32, 64}}));
+  EXPECT_NE(records.str().find("suppressed 1 near-saturated"), std::string::npos);
+}
+
 // Neither the source in float64 nor the starless image as read back nor the layer exists whole.
 TEST(ComputeLayer, AllocatesNothingOfTheImagesSize) {
   const cv::Mat source(1024, 1024, CV_32FC3, cv::Scalar::all(0.5));

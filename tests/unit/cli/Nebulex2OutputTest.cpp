@@ -182,21 +182,23 @@ TEST(PrepareLayer, QuantisesAllRowsAsTheWholeLayerWouldBe) {
   const LayerInputs inputs{source, [](const cv::Range& rows) {
                              return cv::Mat(rows.size(), 1, CV_64FC1, cv::Scalar(0.5));
                            }};
-  const cv::Mat mask =
-      PrepareLayer("a.tif", inputs, io::OutputRole::kDifference, GraySource(CV_16U));
+  cv::Mat mask;
+  PrepareLayer("a.tif", inputs, io::OutputRole::kDifference, GraySource(CV_16U), mask);
   ASSERT_EQ(mask.type(), CV_16UC1);
   EXPECT_EQ(mask.at<std::uint16_t>(0), 16384);  // 0.25 * 65535 = 16383.75
   EXPECT_EQ(mask.at<std::uint16_t>(1), 32768);  // 0.5 * 65535 = 32767.5, to even
   EXPECT_EQ(mask.at<std::uint16_t>(2), 0);
 }
 
-TEST(PrepareLayer, HoldsNothingOfTheImagesSizeButTheLayerItself) {
+TEST(PrepareLayer, HoldsNothingOfTheImagesSizeButOneLayerForAll) {
   const cv::Mat source(1024, 1024, CV_32FC3, cv::Scalar::all(0.5));
   const LayerInputs inputs{source, [](const cv::Range& rows) {
                              return cv::Mat(rows.size(), 1024, CV_64FC3, cv::Scalar::all(0.25));
                            }};
   const LargeAllocations large(source.total());
-  PrepareLayer("a.tif", inputs, io::OutputRole::kDifference, ColourSource(CV_16U));
+  cv::Mat layer;
+  PrepareLayer("a.tif", inputs, io::OutputRole::kDifference, ColourSource(CV_16U), layer);
+  PrepareLayer("b.tif", inputs, io::OutputRole::kUnscreen, ColourSource(CV_16U), layer);
   EXPECT_EQ(large.Sizes(), (std::vector<std::size_t>{source.total() * 3 * sizeof(std::uint16_t)}));
 }
 
@@ -204,8 +206,8 @@ TEST(PrepareLayer, FitsLayersStayInFloat64AndRgbOrder) {
   const cv::Mat source(1, 1, CV_32FC3, cv::Scalar(0.5, 0.75, 1.0));
   const LayerInputs inputs{
       source, [](const cv::Range&) { return cv::Mat(1, 1, CV_64FC3, cv::Scalar::all(0.5)); }};
-  const cv::Mat layer =
-      PrepareLayer("a.fits", inputs, io::OutputRole::kUnscreen, ColourSource(CV_16U));
+  cv::Mat layer;
+  PrepareLayer("a.fits", inputs, io::OutputRole::kUnscreen, ColourSource(CV_16U), layer);
   ASSERT_EQ(layer.type(), CV_64FC3);
   EXPECT_EQ(layer.at<cv::Vec3d>(0), cv::Vec3d(0.0, 0.5, 1.0));
 }

@@ -128,6 +128,13 @@ TEST_P(StarLayers, UnscreenCountsSuppressedSamplesOfAllRowsAndChannels) {
   EXPECT_THAT(lines[0], ::testing::StartsWith("Warning: suppressed 25 near-saturated "));
 }
 
+TEST_P(StarLayers, NothingIsSuppressedFarFromWhite) {
+  cv::Mat original(3, 70, CV_MAKETYPE(GetParam(), 3), cv::Scalar::all(0.5));
+  EXPECT_FALSE(MayHaveSuppressedSamples(original));
+  original.row(2).col(69).setTo(cv::Scalar(0.5, 0.5, 0.995));
+  EXPECT_TRUE(MayHaveSuppressedSamples(original));
+}
+
 TEST_P(StarLayers, UnscreenNeedsNoLog) {
   const cv::Mat layer = ComputeUnscreenStarLayer(One(1.0), One(0.9999), nullptr);
   EXPECT_EQ(SampleAt(layer, 0, 0, 0), 0.0);
