@@ -6,15 +6,19 @@ from .fields import unit_grid, warped_field
 
 _OLD_LIGHT = (1.00, 0.80, 0.58)
 _YOUNG_LIGHT = (0.62, 0.80, 1.00)
+_BRIGHTEST = 400.0  # times the sky
 _STAMP = 64  # pixels, the side of the square that a small galaxy is drawn in
 
 
-def large_galaxies(dice, batch, size, share=0.22):
-    """batch x 3 x size x size light of one large galaxy in that share of the scenes."""
+def large_galaxies(dice, batch, size, width, share=0.22):
+    """batch x 3 x size x size light of one large galaxy in that share of the scenes.
+
+    width holds the full width at half maximum of each scene's stars.
+    """
     light = torch.zeros(batch, 3, size, size, device=dice.device)
     chosen = torch.nonzero(dice.chance(share, batch))[:, 0]
     if chosen.numel():
-        light[chosen] = _spiral(dice, chosen.numel(), size)
+        light[chosen] = _spiral(dice, chosen.numel(), size, width[chosen])
     return light
 
 
@@ -29,7 +33,7 @@ def _colour(dice, batch, base, spread):
     return (colour * torch.exp(spread * dice.normal(batch, 3)))[:, :, None, None]
 
 
-def _spiral(dice, batch, size):
+def _spiral(dice, batch, size, width):
     """A bulge, a disc with arms, knots and lanes of dust; also discs without arms."""
     rows, columns = unit_grid(size, dice.device)
     row = rows - dice.uniform(-0.8, 0.8, batch, 1, 1)
@@ -53,10 +57,16 @@ def _spiral(dice, batch, size):
     pattern = 1.0 + arm_strength * torch.cos(phase)
     texture = torch.exp(dice.uniform(0.05, 0.6, batch, 1, 1) * rough)
     disc = _sersic(radius, torch.ones_like(tilt)) * pattern * texture
-    bulge_size = dice.uniform(0.08, 0.4, batch, 1, 1)
     bulge_flat = torch.maximum(tilt, torch.full_like(tilt, 0.6))
-    bulge_radius = torch.sqrt(along**2 + (across / bulge_flat) ** 2) / (scale * bulge_size)
-    bulge = _sersic(bulge_radius.clamp(min=0.02), dice.uniform(1.0, 4.0, batch, 1, 1))
+    star = 2.0 * width[:, None, None] / size
+    bulge_scale = torch.maximum(scale * dice.uniform(0.08, 0.4, batch, 1, 1), 1.5 * star)
+    extent = bulge_scale / star
+    bulge_radius = torch.sqrt(along**2 + (across / bulge_flat) ** 2) / bulge_scale
+    # A steep core of few star widths would be the image of a star with a halo.
+    core, steepest = 0.02 + 0.45 / extent, (0.7 * extent).clamp(max=4.0)
+    bulge = _sersic(
+        torch.sqrt(bulge_radius**2 + core**2), dice.uniform(1.0, 4.0, batch, 1, 1).minimum(steepest)
+    )
 
     # Young clusters and glowing gas line the arms, dust lies along their inner edge.
     regions = torch.relu(rough - 1.2) * torch.relu(torch.cos(phase)) * (radius < 3.0)
@@ -71,7 +81,10 @@ def _spiral(dice, batch, size):
     light = light + (bulge_share * bulge)[:, None] * _colour(dice, batch, _OLD_LIGHT, 0.12)
     pink = _colour(dice, batch, (1.0, 0.3, 0.45), 0.1)
     light = light + (dice.uniform(0.0, 2.0, batch, 1, 1) * regions * disc)[:, None] * pink
-    return (strength[:, None] * light * dimming).clamp(max=400.0)
+    light = (strength[:, None] * light).clamp(max=_BRIGHTEST)
+    brightest = (_BRIGHTEST * (extent / 8.0) ** 2).clamp(max=_BRIGHTEST)[:, None]
+    peak = light.flatten(1).amax(dim=1)[:, None, None, None].clamp(min=1e-6)
+    return light * (brightest / peak).clamp(max=1.0) * dimming
 
 
 def small_galaxies(dice, batch, size, width):

@@ -36,7 +36,7 @@ def compute_layers(dice, batch, size):
     """Draws the layers of a batch of scenes."""
     optics = draw_optics(dice, batch, size)
     small, catalogue = small_galaxies(dice, batch, size, optics.width)
-    objects = emission(dice, batch, size) + large_galaxies(dice, batch, size)
+    objects = emission(dice, batch, size) + large_galaxies(dice, batch, size, optics.width)
     objects = (objects + small) * dust_transmission(dice, batch, size)
     objects = objects + comets(dice, batch, size)
     level = dice.log_uniform(0.002, 0.06, batch)

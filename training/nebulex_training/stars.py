@@ -80,7 +80,11 @@ def _peaks(dice, count, sky_level):
     faintest = sky_level * dice.one_log(0.03, 1.5)
     exponent = dice.one(1.4, 2.2)
     share = dice.uniform(1e-6, 1.0, count)
-    return (faintest * share ** (-1.0 / (exponent - 1.0))).clamp(max=_BRIGHTEST)
+    peak = (faintest * share ** (-1.0 / (exponent - 1.0))).clamp(max=_BRIGHTEST)
+    if dice.happens(0.5):  # saturated ones with all that only they show, more than the law has
+        bright = min(count, dice.whole(1, 12))
+        peak[:bright] = dice.log_uniform(0.5, _BRIGHTEST, bright)
+    return peak
 
 
 def _with_companions(dice, row, column, peak, width):

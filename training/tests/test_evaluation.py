@@ -93,6 +93,16 @@ class Photographs(unittest.TestCase):
         self.assertEqual(rows["added, absolute"], 0.0)
         self.assertAlmostEqual(rows["texture"], 1.0, delta=0.1)
 
+    def test_what_happens_far_from_added_stars_is_not_theirs(self):
+        picture, _ = star_field(30)
+
+        def restless(image):
+            untouched = np.abs(image - picture).max(axis=2, keepdims=True) < 3e-7
+            return image + untouched * np.float32(not np.array_equal(image, picture))
+
+        rows, _ = measure_photograph(restless, picture)
+        self.assertAlmostEqual(rows["added, absolute"], 1.0, places=3)
+
     def test_smooth_discs_have_no_texture(self):
         picture, sky = star_field(30)
 

@@ -10,6 +10,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
 from nebulex_training.dice import Dice
 from nebulex_training.fields import convolve, power_law_field
+from nebulex_training.galaxies import large_galaxies
 from nebulex_training.optics import draw_optics
 from nebulex_training.processing import _jpeg
 from nebulex_training.scenes import compute_layers, develop
@@ -48,6 +49,15 @@ class Scenes(unittest.TestCase):
         layers = compute_layers(Dice(9), 4, SIZE)
         self.assertGreaterEqual(float(layers.stars.min()), 0.0)
         self.assertGreater(float(layers.stars.max()), 0.01)
+
+    def test_a_galaxy_of_few_star_widths_is_no_beacon(self):
+        def brightest(width):
+            light = large_galaxies(Dice(3), 24, SIZE, torch.full((24,), width), share=1.0)
+            return float(light.max())
+
+        # Half-light radii of bulges are 20.5 pixels at most: 2.05 of the wide stars.
+        self.assertLessEqual(brightest(10.0), 400.0 * (2.05 / 8.0) ** 2)
+        self.assertGreater(brightest(1.2), 100.0)
 
     def test_starlight_never_drowns_a_scene(self):
         flood = torch.full((2, 3, 64, 64), 3.0)

@@ -93,11 +93,15 @@ def _share_left(before, after):
 
 
 def _added_stars(remove, picture, result, sources, seed):
-    """How much is left of stars that were added, absolute and signed, over their light."""
+    """How much is left of stars that were added, absolute and signed, over their light.
+
+    Counted where they were added: what the network then sees elsewhere is another question.
+    """
     rng = np.random.default_rng(seed)
     height, width = picture.shape[:2]
     count = int(np.clip(height * width / 8000, 20, 300))
     light = np.zeros((height, width, 3), np.float32)
+    near = np.zeros((height, width), bool)
     reach = int(np.ceil(5.0 * sources.width))
     scale = sources.width / (2.0 * np.sqrt(2.0 ** (1.0 / 3.0) - 1.0))
     is_grey = np.array_equal(picture[:, :, 0], picture[:, :, 2])
@@ -107,11 +111,12 @@ def _added_stars(remove, picture, result, sources, seed):
         profile = (1.0 + ((columns - x) ** 2 + (rows - y) ** 2) / scale**2) ** -3.0
         colour = np.ones(3) if is_grey else np.exp(0.2 * rng.standard_normal(3))
         peak = np.exp(rng.uniform(np.log(0.03), np.log(1.5)))
+        near[rows, columns] = True
         light[rows, columns] += (peak * profile[:, :, None] * colour).astype(np.float32)
     # A power of 2.2 stands for the unknown stretch.
     crowded = np.clip(picture**2.2 + light, 0.0, 1.0) ** (1.0 / 2.2)
     added = crowded - picture
-    left = remove(crowded) - result
+    left = (remove(crowded) - result)[near]
     total = float(added.sum())
     return float(np.abs(left).sum()) / total, float(left.sum()) / total
 
