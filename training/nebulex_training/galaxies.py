@@ -131,7 +131,7 @@ def _stamps(dice, radius, extent, row_part, column_part):
     """count x 3 x stamp x stamp pictures of galaxies in the middle of the stamps.
 
     extent holds their half-light radii over the width of stars. Those of few star widths are faint
-    and not round: a round bright one would be a star.
+    and not round: a round bright one would be a star. None is brighter than 16 times the sky.
     """
     count = radius.numel()
     steps = torch.arange(_STAMP, device=dice.device, dtype=torch.float32) - _STAMP // 2
@@ -140,17 +140,19 @@ def _stamps(dice, radius, extent, row_part, column_part):
     angle = dice.uniform(0.0, 3.1416, count, 1, 1)
     along = x * torch.cos(angle) + y * torch.sin(angle)
     across = y * torch.cos(angle) - x * torch.sin(angle)
-    small = extent[:, None, None] < 2.2
+    small = extent[:, None, None] < 3.0
     flat = torch.where(
         small, dice.uniform(0.2, 0.65, count, 1, 1), dice.uniform(0.25, 1.0, count, 1, 1)
     )
-    scaled = torch.sqrt(along**2 + (across / flat) ** 2 + 0.1) / radius[:, None, None]
+    core = 0.4 / extent[:, None, None]
+    half_light = radius[:, None, None]
+    scaled = torch.sqrt((along**2 + (across / flat) ** 2) / half_light**2 + core**2)
     # Steeper ones have a core that is the image of a star, and are not resolved.
-    steepest = torch.where(small, torch.full_like(flat, 1.5), torch.full_like(flat, 2.5))
+    steepest = torch.where(small, torch.full_like(flat, 1.0), torch.full_like(flat, 1.4))
     profile = _sersic(scaled, 0.6 + (steepest - 0.6) * dice.uniform(0.0, 1.0, count, 1, 1))
     taper = torch.sigmoid((_STAMP / 2.0 - 3.0 - torch.sqrt(x**2 + y**2)) * 0.7)
     brightness = dice.log_uniform(0.1, 2.0, count, 1, 1) * extent[:, None, None]
-    strength = brightness * profile.clamp(max=12.0) * taper
+    strength = torch.minimum(brightness * profile, extent[:, None, None] ** 2) * taper
     red_share = dice.uniform(0.0, 1.0, count, 1, 1, 1)
     colour = red_share * _colour(dice, count, _OLD_LIGHT, 0.1) + (1.0 - red_share) * _colour(
         dice, count, _YOUNG_LIGHT, 0.1
