@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <type_traits>
 
 #include <opencv2/core.hpp>
@@ -124,7 +125,7 @@ NEBULEX_VECTORISED bool NeedNoProtection(const T* original, const T* starless, s
   for (std::size_t i = 0; i < count; ++i) {
     changing |= static_cast<Flag>(!(starless[i] <= kDark<T>));
     changing |= static_cast<Flag>(!(starless[i] > 0));
-    changing |= static_cast<Flag>(!(original[i] - original[i] == 0));
+    changing |= static_cast<Flag>(!(std::abs(original[i]) <= std::numeric_limits<T>::max()));
   }
   return changing == 0;
 }
