@@ -147,10 +147,11 @@ class FaultTest(ProgramTest):
             self.assertLessEqual(len(names), leftovers, names)
 
     def failed(self, result, pattern):
-        """The message before the model context, which has to match."""
+        """The message before the model context, which has to match. ONNX Runtime may have logged
+        an error of its own before it, in colour."""
         self.assertEqual(result.status, FAILURE, result.err)
         errors = [line for line in result.err.splitlines()
-                  if not line.startswith(("Info [", "Warning ["))]
+                  if not line.startswith(("Info [", "Warning [", "\x1b["))]
         self.assertRegex(errors[0], pattern)
 
     def sweep(self, call, pattern, source, outputs, *more, most=MOST_FAULTS, **plan):
