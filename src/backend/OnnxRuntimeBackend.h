@@ -52,7 +52,7 @@ class OnnxRuntimeBackend {
   // be CV_32FC3.", "ONNX Runtime input image must be continuous.", and the texts of
   // RunSessionChecked for the stage "inference". The backend stays usable.
   cv::Mat InferTile(const cv::Mat& tile);
-  // The same as plain samples: rows x columns x RGB.
+  // The same as plain samples, rows x columns x RGB; throws the same.
   std::vector<float> InferSamples(const cv::Mat& tile);
 
  private:

@@ -15,6 +15,7 @@ struct LayerInputs {
   const cv::Mat& source;
   // Rows of the starless image as they will be read from its file: CV_64F, the source's channels.
   std::function<cv::Mat(const cv::Range& rows)> readBack;
+  // Whether `readBack` may throw, so that every row has to be tried before anything is written.
   bool canReadBackFail = true;
 };
 
