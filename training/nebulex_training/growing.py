@@ -14,12 +14,14 @@ def grown(network, shape):
     """A network of the shape that gives the same pictures as network at first.
 
     New channels look at everything and are looked at by nothing old; new blocks add nothing; one
-    that learns to fill does next to nothing of that yet. All of it learns, since what it leads to
-    has gradients. Raises ValueError where a level would shrink.
+    that learns to fill, or to borrow for it, does next to nothing of that yet. All of it learns,
+    since what it leads to has gradients. Raises ValueError where a level would shrink or an
+    ability be lost.
     """
     old = network.shape
     pairs = (*zip(old.widths, shape.widths), *zip(old.blocks, shape.blocks))
-    if len(old.widths) != len(shape.widths) or any(small > large for small, large in pairs) or old.fills > shape.fills:
+    pairs += ((old.fills, shape.fills), (old.fills and old.borrows, shape.borrows))
+    if len(old.widths) != len(shape.widths) or any(small > large for small, large in pairs):
         raise ValueError(f"A network of {old} cannot grow to {shape}.")
     larger = StarNet(shape)
     known = network.state_dict()

@@ -1,7 +1,9 @@
 """The network: a U-Net on the image folded 2 x 2, which says what to take away or to replace.
 
 For each pixel it gives light to subtract, as a faint star or a halo needs it, and a filling with
-the share of it, as a saturated star needs it, whose edge is too sharp to be subtracted.
+the share of it, as a saturated star needs it, whose edge is too sharp to be subtracted. How much of
+the filling is spread from the trusted pixels around, and which these are, it says too: that carries
+any colour of a sky under its stars.
 
 It works at 1/2, 1/4, 1/8, 1/16 and 1/32 of the size: 3 x 3 convolutions in pairs with one ReLU, a
 2 x 2 convolution of stride 2 down, a transposed one up, skips added, no normalisation. The last
@@ -14,6 +16,8 @@ import torch
 from torch import nn
 import torch.nn.functional as F
 
+from .surroundings import spread
+
 
 @dataclass(frozen=True)
 class Shape:
@@ -23,15 +27,18 @@ class Shape:
     blocks: tuple = (1, 1, 1, 2, 2)
 
     fills: bool = True  # whether it replaces too, or subtracts only as the first networks did
+    borrows: bool = True  # whether what it fills in can be spread from around; only if it fills
 
     def as_dict(self):
         return asdict(self)
 
 
-_FIRST_FILLING, _FIRST_SHARE = 0.2, -5.0  # the share before its sigmoid: under a hundredth
+# The planes of the filling: three of light, then, before their sigmoids, the share of the filling
+# in the result, of what is spread from around in the filling, and the trust in a pixel.
+_FIRST_FILLING = (0.2, 0.2, 0.2, -5.0)
+_FIRST_BORROWING = (-2.0, 2.0)
 
-# small: the shape of the shipped weights. large: for training on a GPU, within three times the
-# time of small for a tile.
+# large is the shape of the shipped weights; it takes less than three times small's time for a tile.
 SHAPES = {
     "small": Shape(),
     "medium": Shape((32, 56, 96, 144, 192), (1, 1, 2, 2, 3)),
@@ -97,10 +104,11 @@ class StarNet(nn.Module):
         nn.init.zeros_(self.out.weight)
         nn.init.zeros_(self.out.bias)
         if shape.fills:
-            self.fill = nn.Conv2d(widths[0], 16, 3, padding=1)
+            first = _FIRST_FILLING + (_FIRST_BORROWING if shape.borrows else ())
+            self.fill = nn.Conv2d(widths[0], 4 * len(first), 3, padding=1)
             nn.init.zeros_(self.fill.weight)
-            nn.init.constant_(self.fill.bias[:12], _FIRST_FILLING)
-            nn.init.constant_(self.fill.bias[12:], _FIRST_SHARE)
+            with torch.no_grad():
+                self.fill.bias.copy_(torch.tensor(first).repeat_interleave(4))
 
     def forward(self, picture):
         x = self.inp(F.pixel_unshuffle(picture * 2.0 - 1.0, 2))
@@ -115,8 +123,17 @@ class StarNet(nn.Module):
         result = picture - F.pixel_shuffle(self.out(x), 2)
         if not self.shape.fills:
             return result
-        filling, share = F.pixel_shuffle(self.fill(x), 2).split((3, 1), dim=1)
-        return result + torch.sigmoid(share) * (filling - result)
+        planes = F.pixel_shuffle(self.fill(x), 2)
+        if not self.shape.borrows:
+            filling, share = planes.split((3, 1), dim=1)
+            return result + torch.sigmoid(share) * (filling - result)
+        if planes.dtype != picture.dtype:  # small weights would get lost in half of the bits
+            planes = planes.to(picture.dtype)
+        filling, share, borrowed, trust = planes.split((3, 1, 1, 1), dim=1)
+        share = torch.sigmoid(share)
+        around = spread(result, (1.0 - share) * torch.sigmoid(trust))
+        filling = filling + torch.sigmoid(borrowed) * (around - filling)
+        return result + share * (filling - result)
 
 
 class TileModel(nn.Module):

@@ -15,7 +15,7 @@ def load_network(path):
     if str(path).endswith(".onnx"):
         return _from_onnx(path)
     saved = torch.load(path, map_location="cpu")
-    network = StarNet(Shape(**saved["shape"]))
+    network = StarNet(Shape(**{"borrows": False, **saved["shape"]}))  # older files do not say
     network.load_state_dict(saved["weights"])
     return network
 
@@ -49,4 +49,6 @@ def _shape_of(weights):
         return sum(1 for name in weights if re.fullmatch(prefix + r"\.\d+\.a\.weight", name))
 
     blocks = [count(rf"enc\.{level}") for level in range(levels - 1)] + [count("mid")]
-    return Shape(tuple(widths), tuple(blocks), "fill.weight" in weights)
+    fills = "fill.weight" in weights
+    borrows = fills and weights["fill.weight"].shape[0] == 24
+    return Shape(tuple(widths), tuple(blocks), fills, borrows)

@@ -21,6 +21,7 @@ class Program(unittest.TestCase):
         torch.manual_seed(2)
         network = StarNet(SHAPES["small"]).eval()
         torch.nn.init.normal_(network.out.weight, std=0.03)
+        torch.nn.init.normal_(network.fill.weight, std=0.3)
         rng = np.random.default_rng(1)
         picture = rng.integers(6000, 60000, (512, 512, 3)).astype(np.float32) / np.float32(65535.0)
         with tempfile.TemporaryDirectory() as folder:

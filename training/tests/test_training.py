@@ -21,6 +21,7 @@ from nebulex_training.losses import pixel_loss, pixel_weights, star_mask, textur
 from nebulex_training.measures import Sums
 from nebulex_training.network import Doubling, Shape, StarNet
 from nebulex_training.pool import ScenePool
+from nebulex_training.surroundings import spread
 from nebulex_training.trainer import LossWeights, Plan, Trainer
 from nebulex_training.weights import load_network, save_network
 
@@ -58,19 +59,30 @@ class Network(unittest.TestCase):
     def test_untrained_it_changes_next_to_nothing(self):
         picture = Dice(1).uniform(0.0, 1.0, 2, 3, 64, 96)
         self.assertLess(float((StarNet()(picture) - picture).abs().max()), 0.006)
-        subtracting = StarNet(Shape(fills=False))
+        subtracting = StarNet(Shape(fills=False, borrows=False))
         self.assertTrue(torch.equal(subtracting(picture), picture))
 
     def test_it_can_replace_a_sharp_edge(self):
         network = StarNet(TINY)
-        torch.nn.init.constant_(network.fill.bias[12:], 20.0)
+        torch.nn.init.constant_(network.fill.bias[12:16], 20.0)  # replaces all
+        torch.nn.init.constant_(network.fill.bias[16:20], -20.0)  # and borrows nothing
         picture = Dice(1).uniform(0.0, 1.0, 1, 3, 64, 64)
         self.assertTrue(torch.allclose(network(picture), torch.tensor(0.2), atol=1e-6))
 
+    def test_it_can_borrow_from_around(self):
+        network = StarNet(TINY)
+        torch.nn.init.constant_(network.fill.bias[12:16], 0.0)  # replaces half
+        torch.nn.init.constant_(network.fill.bias[16:20], 20.0)  # and borrows all of it
+        torch.nn.init.constant_(network.fill.bias[20:24], 20.0)
+        picture = Dice(1).uniform(0.0, 1.0, 1, 3, 64, 64)
+        expected = 0.5 * (picture + spread(picture, torch.full((1, 1, 64, 64), 0.5)))
+        self.assertTrue(torch.allclose(network(picture), expected, atol=1e-5))
+
     def test_weights_survive_the_way_through_a_file(self):
         with tempfile.TemporaryDirectory() as folder:
-            for name, fills in itertools.product(("weights.pt", "model.onnx"), (False, True)):
-                network = shaken(dataclasses.replace(TINY, fills=fills))
+            abilities = ((False, False), (True, False), (True, True))
+            for name, (fills, borrows) in itertools.product(("weights.pt", "model.onnx"), abilities):
+                network = shaken(dataclasses.replace(TINY, fills=fills, borrows=borrows))
                 path = pathlib.Path(folder, name)
                 (export_model if path.suffix == ".onnx" else save_network)(network, path)
                 loaded = load_network(path)
@@ -99,6 +111,35 @@ class Network(unittest.TestCase):
             onnx.save(helper.make_model(graph), str(path))
             with self.assertRaisesRegex(ValueError, "is not a model that training/export.py wrote"):
                 load_network(path)
+
+
+class Surroundings(unittest.TestCase):
+    def test_what_is_trusted_stays(self):
+        picture = Dice(1).uniform(0.0, 1.0, 2, 3, 64, 96)
+        self.assertTrue(torch.equal(spread(picture, torch.ones(2, 1, 64, 96)), picture))
+
+    def test_a_flat_sky_stays_flat_under_any_trust(self):
+        colour = torch.tensor((0.5, 0.1, 0.2))[None, :, None, None]
+        trust = Dice(2).uniform(0.0, 1.0, 1, 1, 128, 128)
+        trust[..., 30:100, 40:110] = 0.0
+        result = spread(colour.expand(1, 3, 128, 128), trust)
+        self.assertLess(float((result - colour).abs().max()), 1e-3)
+
+    def test_a_star_gets_the_colour_of_the_sky_beside_it(self):
+        # Red on the left, blue on the right, a white star wholly in the left half.
+        sky = torch.zeros(1, 3, 256, 256)
+        sky[:, 0, :, :128], sky[:, 2, :, 128:] = 0.6, 0.6
+        trust = torch.ones(1, 1, 256, 256)
+        trust[..., 100:124, 20:44] = 0.0
+        result = spread(torch.where(trust > 0, sky, torch.ones(1)), trust)
+        self.assertLess(float((result - sky).abs().max()), 0.01)
+
+    def test_a_hole_in_a_slope_is_filled_by_the_slope(self):
+        slope = torch.linspace(0.2, 0.6, 256)[None, None, None].expand(1, 3, 256, 256)
+        trust = torch.ones(1, 1, 256, 256)
+        trust[..., 120:136, 120:136] = 0.0
+        difference = (spread(slope, trust) - slope).abs()
+        self.assertLess(float(difference.max()), 0.4 / 255.0 * 8.0)  # half the hole's width of it
 
 
 class Losses(unittest.TestCase):
@@ -239,10 +280,11 @@ class Growing(unittest.TestCase):
         self.assertTrue(torch.allclose(network(picture), larger(picture), atol=1e-5))
 
     def test_a_network_that_learns_to_fill_too_hardly_differs_at_first(self):
-        network = shaken(dataclasses.replace(TINY, fills=False))
         picture = Dice(2).uniform(0.0, 1.0, 1, 3, 64, 64)
-        larger = grown(network, self.LARGER)
-        self.assertLess(float((network(picture) - larger(picture)).abs().max()), 0.03)
+        for fills in (False, True):
+            network = shaken(dataclasses.replace(TINY, fills=fills, borrows=False))
+            larger = grown(network, self.LARGER)
+            self.assertLess(float((network(picture) - larger(picture)).abs().max()), 0.03)
 
     def test_all_that_is_new_can_learn(self):
         larger = grown(shaken(), self.LARGER)
@@ -258,6 +300,8 @@ class Growing(unittest.TestCase):
     def test_no_network_shrinks(self):
         with self.assertRaisesRegex(ValueError, "cannot grow"):
             grown(shaken(self.LARGER), TINY)
+        with self.assertRaisesRegex(ValueError, "cannot grow"):
+            grown(shaken(TINY), dataclasses.replace(TINY, borrows=False))
 
 
 if __name__ == "__main__":
