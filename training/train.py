@@ -44,7 +44,7 @@ def parse_options():
     add("--fresh-scenes", type=float, default=16.0 if cuda else 0.2, help="scenes a step")
     add("--decay", type=float, default=0.999, help="of the average of the weights")
     add("--compact", type=float, default=2.5, help="weight of what looks like a star and stays")
-    add("--texture", type=float, default=0.004, help="weight of the texture loss")
+    add("--texture", type=float, default=0.01, help="weight of the texture loss")
     add("--adversarial", type=float, default=0.0005 if cuda else 0.0, help="weight of the critic")
     add("--critic-from", type=float, default=0.6, help="share of the run before both of them")
     add("--report-steps", type=int, default=500 if cuda else 100)

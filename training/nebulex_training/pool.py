@@ -3,12 +3,14 @@
 import torch
 
 from .dice import Dice
+from .processing import shrink_pair
 from .scenes import compute_layers, develop
 
 # Scenes are numbered. No number is used for two purposes.
 VALIDATION_SCENES = 10_000_000
 HELD_OUT_SCENES = 20_000_000
 _SEED_STRIDE = 100_000_000
+_SHRUNK = 0.15  # share of the batches
 
 
 def scene_dice(seed, number, device):
@@ -52,7 +54,15 @@ class ScenePool:
             self._entries[place] = (sky, stars, layers.level[scene])
 
     def draw_batch(self, dice, batch, patch):
-        """Pictures with and without stars, batch x 3 x patch x patch."""
+        """Pictures with and without stars, batch x 3 x patch x patch.
+
+        Some are developed at twice the size, where the scenes have it, and shrunk.
+        """
+        if 2 * patch <= self._size and dice.happens(_SHRUNK):
+            return shrink_pair(dice, *self._draw(dice, batch, 2 * patch))
+        return self._draw(dice, batch, patch)
+
+    def _draw(self, dice, batch, patch):
         filled = [entry for entry in self._entries if entry is not None]
         cut = [_cut(dice, *filled[dice.whole(0, len(filled))], patch) for _ in range(batch)]
         sky, stars, level = (torch.stack(parts) for parts in zip(*cut))

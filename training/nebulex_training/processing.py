@@ -100,10 +100,29 @@ def _denoise(dice, pictures):
 def _sharpen(dice, pictures):
     """Unsharp masking, with the dark rings that it draws around stars."""
     half = pictures.shape[0] // 2
-    if not dice.happens(0.5):
+    if not dice.happens(0.6):
         return pictures
-    amount = _both(dice.chance(0.5, half, 1, 1, 1) * dice.log_uniform(0.1, 1.5, half, 1, 1, 1))
-    blurred = gaussian_blur(pictures, _both(dice.log_uniform(0.7, 3.5, half)))
+    sigma = dice.log_uniform(0.5, 3.5, half)
+    # A wide mask as strong as a narrow one would drown the sky in the stars' rings.
+    most = dice.log_uniform(0.1, 2.5, half) / sigma.clamp(min=1.0)
+    amount = _both((dice.chance(0.6, half) * most)[:, None, None, None])
+    return _unsharp_mask(pictures, amount, _both(sigma))
+
+
+def shrink_pair(dice, with_stars, without_stars):
+    """Both pictures at half the size, as people show them, and most of them sharpened again."""
+    pictures = torch.cat((with_stars, without_stars))
+    mode = "bicubic" if dice.happens(0.6) else "bilinear"
+    small = F.interpolate(pictures, scale_factor=0.5, mode=mode, antialias=True).clamp(0.0, 1.0)
+    half = with_stars.shape[0]
+    amount = _both(dice.chance(0.7, half, 1, 1, 1) * dice.log_uniform(0.1, 2.5, half, 1, 1, 1))
+    small = _unsharp_mask(small, amount, _both(dice.log_uniform(0.4, 1.5, half)))
+    return small[:half], small[half:]
+
+
+def _unsharp_mask(pictures, amount, sigma):
+    """What a blur of sigma pixels takes away, added amount times."""
+    blurred = gaussian_blur(pictures, sigma)
     return (pictures + amount * (pictures - blurred)).clamp(0.0, 1.0)
 
 

@@ -38,7 +38,9 @@ def _stars(dice, batch, size, width, sky_level):
     for scene in range(batch):
         if dice.happens(0.03):
             continue  # starless already: nothing may change
-        count = 1 + int(dice.one_log(8.0, 5000.0) * (size / 512) ** 2)
+        crowded = dice.happens(0.15)  # towards the Milky Way, with a short focal length
+        density = dice.one_log(4000.0, 40000.0) if crowded else dice.one_log(8.0, 5000.0)
+        count = 1 + int(density * (size / 512) ** 2)
         row, column = dice.uniform(0.0, size, count), dice.uniform(0.0, size, count)
         if dice.happens(0.12):
             group_row, group_column = _group(dice, size)

@@ -12,7 +12,7 @@ from nebulex_training.dice import Dice
 from nebulex_training.fields import convolve, power_law_field
 from nebulex_training.galaxies import large_galaxies
 from nebulex_training.optics import draw_optics
-from nebulex_training.processing import _jpeg
+from nebulex_training.processing import _jpeg, shrink_pair
 from nebulex_training.scenes import compute_layers, develop
 from nebulex_training.stars import _points, _within_reason
 from nebulex_training.stretch import mtf, stretch_pair
@@ -134,6 +134,15 @@ class Steps(unittest.TestCase):
     def test_midtones_function_has_its_three_fixed_values(self):
         values = mtf(torch.tensor([0.0, 0.2, 1.0]), torch.tensor(0.2))
         self.assertTrue(torch.allclose(values, torch.tensor([0.0, 0.5, 1.0])))
+
+    def test_shrinking_halves_both_pictures_alike(self):
+        picture = Dice(4).uniform(0.0, 1.0, 3, 3, 64, 64)
+        for seed in range(8):
+            small, same = shrink_pair(Dice(seed), picture, picture)
+            self.assertEqual(small.shape, (3, 3, 32, 32))
+            self.assertTrue(torch.equal(small, same))
+        flat, _ = shrink_pair(Dice(0), torch.full((1, 3, 64, 64), 0.3), picture[:1])
+        self.assertTrue(torch.allclose(flat, torch.tensor(0.3), atol=1e-5))
 
     def test_jpeg_leaves_a_grey_picture_grey(self):
         grey = torch.full((40, 3, 32, 32), 128.0 / 255.0)
