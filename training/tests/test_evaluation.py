@@ -85,6 +85,7 @@ class Photographs(unittest.TestCase):
         self.assertAlmostEqual(rows["added, absolute"], 1.0, places=4)
         self.assertAlmostEqual(rows["added, signed"], 1.0, places=4)
         self.assertEqual(rows["sky"], 0.0)
+        self.assertEqual(rows["sky, root mean square"], 0.0)
 
     def test_a_perfect_way_leaves_none_and_all_of_the_texture(self):
         picture, sky = star_field(30)
@@ -115,10 +116,24 @@ class Photographs(unittest.TestCase):
         self.assertLess(rows["texture"], 0.2)
 
     def test_changes_of_the_sky_are_counted_in_units_of_its_noise(self):
-        picture, sky = star_field(30)
-        # 0.01 of noise in each of three channels is 0.01 / sqrt(3) in their mean.
-        rows, _ = measure_photograph(lambda image: image + np.float32(0.01 / 3**0.5), picture)
+        picture, _ = star_field(30)
+        change = 0.01 * np.random.default_rng(9).standard_normal(picture.shape).astype(np.float32)
+        rows, _ = measure_photograph(lambda image: image + change, picture)
         self.assertAlmostEqual(rows["sky"], 1.0, delta=0.15)
+        self.assertAlmostEqual(rows["sky, root mean square"], 1.0, delta=0.15)
+
+    def test_a_faint_star_that_goes_is_no_change_of_the_typical_sky(self):
+        picture, _ = star_field(30)
+
+        def one_less(image):
+            result = image.copy()
+            result[243:247, 243:247] -= np.float32(0.2)
+            return result
+
+        rows, _ = measure_photograph(one_less, picture)
+        self.assertEqual(rows["sky"], 0.0)
+        # 16 of the pixels that are far from stars, fewer than 256 x 256, changed by 34.6 sigma.
+        self.assertGreater(rows["sky, root mean square"], 34.6 * (16 / 256**2) ** 0.5)
 
     def test_only_pictures_are_found(self):
         with tempfile.TemporaryDirectory() as folder:

@@ -72,12 +72,14 @@ def measure_photograph(remove, picture, seed=1):
     result = remove(picture)
     after = Sources(result, sources.noise)
     absolute, signed = _added_stars(remove, picture, result, sources, seed)
+    typical, all_of_it = _sky_change(picture, result, sources)
     rows = {
         "stars": float(len(sources.x)),
         "left": _share_left(sources, after),
         "added, absolute": absolute,
         "added, signed": signed,
-        "sky": _sky_change(picture, result, sources),
+        "sky": typical,
+        "sky, root mean square": all_of_it,
         "texture": _texture(picture, result, sources),
     }
     return rows, result
@@ -127,13 +129,18 @@ def _disc(radius):
 
 
 def _sky_change(picture, result, sources):
-    """Root mean square of the change far from all sources, over the noise."""
+    """The change far from all sources, over the noise: of the typical pixel, root mean square.
+
+    The second one is that of the faint stars and wide halos that are no sources and go too. Of
+    Gaussian changes both are the standard deviation.
+    """
     near = cv2.dilate(sources.covered().astype(np.uint8), _disc(4.0 * sources.width))
     far = near == 0
     if far.sum() < 500:
-        return float("nan")
+        return float("nan"), float("nan")
     change = (result - picture).mean(axis=2)[far]
-    return float(np.sqrt((change**2).mean())) / sources.noise
+    typical = 1.4826 * float(np.median(np.abs(change)))
+    return typical / sources.noise, float(np.sqrt((change**2).mean())) / sources.noise
 
 
 def _texture(picture, result, sources):
