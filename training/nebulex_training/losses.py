@@ -71,7 +71,7 @@ def detail_strength(picture):
 def texture_loss(result, target, mask):
     """How far the strength of fine detail in the footprints is from that of the truth."""
     ratio = torch.log(detail_strength(result) / detail_strength(target))
-    return (mask * ratio.abs().clamp(max=3.0)).sum() / (mask.sum() + 100.0)
+    return (mask * ratio.abs().clamp(max=6.0)).sum() / (mask.sum() + 100.0)
 
 
 def removal_loss(result, picture, target, weights):

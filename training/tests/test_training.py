@@ -172,6 +172,15 @@ class Losses(unittest.TestCase):
         self.assertLess(float(texture_loss(other, target, mask)), 0.3)
         self.assertGreater(float(texture_loss(smooth, target, mask)), 0.8)
 
+    def test_even_the_smoothest_filling_gains_by_a_little_texture(self):
+        noise = Dice(1).normal(1, 3, 64, 64)
+        mask = torch.ones(1, 1, 64, 64)
+        smooth, less_so = (
+            texture_loss(0.3 + strength * noise, 0.3 + 0.05 * noise, mask)
+            for strength in (0.0001, 0.0005)
+        )
+        self.assertGreater(float(smooth - less_so), 0.1)
+
 
 class Measures(unittest.TestCase):
     def test_hand_worked_figures(self):
