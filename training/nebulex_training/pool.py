@@ -11,6 +11,9 @@ VALIDATION_SCENES = 10_000_000
 HELD_OUT_SCENES = 20_000_000
 _SEED_STRIDE = 100_000_000
 _SHRUNK = 0.15  # share of the batches
+# Pixels of seeing before. In a picture of smaller stars a galaxy of two or three star widths is
+# the image of a star.
+_LEAST_SHRUNK = 2.8
 
 
 def scene_dice(seed, number, device):
@@ -51,22 +54,26 @@ class ScenePool:
         self.next_number += 1
         # One scene in many thousands cannot be computed; its place keeps what it had.
         if bool(torch.isfinite(sky).all() & torch.isfinite(stars).all()):
-            self._entries[place] = (sky, stars, layers.level[scene])
+            width = float(layers.width[scene])
+            self._entries[place] = (sky, stars, layers.level[scene], width)
 
     def draw_batch(self, dice, batch, patch):
         """Pictures with and without stars, batch x 3 x patch x patch.
 
         Some are developed at twice the size, where the scenes have it, and shrunk.
         """
-        if 2 * patch <= self._size and dice.happens(_SHRUNK):
-            return shrink_pair(dice, *self._draw(dice, batch, 2 * patch))
-        return self._draw(dice, batch, patch)
-
-    def _draw(self, dice, batch, patch):
         filled = [entry for entry in self._entries if entry is not None]
-        cut = [_cut(dice, *filled[dice.whole(0, len(filled))], patch) for _ in range(batch)]
-        sky, stars, level = (torch.stack(parts) for parts in zip(*cut))
-        return develop(dice, sky, stars, level)
+        if 2 * patch <= self._size and dice.happens(_SHRUNK):
+            wide = [entry for entry in filled if entry[3] >= _LEAST_SHRUNK]
+            if wide:
+                return shrink_pair(dice, *_develop_some(dice, wide, batch, 2 * patch))
+        return _develop_some(dice, filled, batch, patch)
+
+
+def _develop_some(dice, entries, batch, patch):
+    cut = [_cut(dice, *entries[dice.whole(0, len(entries))][:3], patch) for _ in range(batch)]
+    sky, stars, level = (torch.stack(parts) for parts in zip(*cut))
+    return develop(dice, sky, stars, level)
 
 
 def _cut(dice, sky, stars, level, patch):
