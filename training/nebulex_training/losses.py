@@ -5,6 +5,7 @@ import torch.nn.functional as F
 
 CHANGED = 0.01  # a pixel that a star changed by more counts as the star's
 _COMPACT = 0.03  # what rises so much above its wider surroundings could be taken for a star
+_WHITE = 0.7  # what is so bright in all channels could be taken for the core of a star
 _CELL = 8  # pixels; surroundings are 5 x 5 cells
 
 
@@ -26,8 +27,12 @@ def compact_mask(target):
 
 
 def pixel_weights(mask, target, weights):
-    """batch x 1 x rows x columns: how much the pixels count, by the weights of a LossWeights."""
-    star = 1.0 + (weights.star - 1.0) * mask
+    """batch x 1 x rows x columns: how much the pixels count, by the weights of a LossWeights.
+
+    A white pixel that stays, as in the core of a galaxy, counts as one that a star changed.
+    """
+    white = (target.amin(dim=1, keepdim=True) > _WHITE).float()
+    star = 1.0 + (weights.star - 1.0) * torch.maximum(mask, white)
     return torch.maximum(star, 1.0 + (weights.compact - 1.0) * compact_mask(target))
 
 

@@ -162,6 +162,13 @@ class Losses(unittest.TestCase):
         self.assertEqual(float(weight[0, 0, 31, 20]), 1.0)
         self.assertEqual(float(weight[0, 0, 5, 60]), 1.0)
 
+    def test_white_that_stays_counts_as_much_as_white_that_goes(self):
+        core = torch.full((1, 3, 64, 64), 0.8)
+        core[:, 2, :, 32:] = 0.5  # no white
+        weight = pixel_weights(star_mask(core, core), core, LossWeights(star=4.0))
+        self.assertEqual(float(weight[0, 0, 31, 5]), 4.0)
+        self.assertEqual(float(weight[0, 0, 31, 60]), 1.0)
+
     def test_smooth_fillings_cost_texture(self):
         target = 0.3 + 0.02 * Dice(1).normal(1, 3, 64, 64)
         mask = torch.zeros(1, 1, 64, 64)
