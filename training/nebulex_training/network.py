@@ -16,7 +16,7 @@ import torch
 from torch import nn
 import torch.nn.functional as F
 
-from .surroundings import spread
+from .surroundings import grain, spread
 
 
 @dataclass(frozen=True)
@@ -131,8 +131,9 @@ class StarNet(nn.Module):
             planes = planes.to(picture.dtype)
         filling, share, borrowed, trust = planes.split((3, 1, 1, 1), dim=1)
         share = torch.sigmoid(share)
-        around = spread(result, (1.0 - share) * torch.sigmoid(trust))
-        filling = filling + torch.sigmoid(borrowed) * (around - filling)
+        trust = (1.0 - share) * torch.sigmoid(trust)
+        filling = filling + torch.sigmoid(borrowed) * (spread(result, trust) - filling)
+        filling = filling + grain(result, trust)
         return result + share * (filling - result)
 
 

@@ -1,24 +1,36 @@
-"""What lies around the pixels that cannot be trusted, spread over them."""
+"""What lies around the pixels that cannot be trusted, spread over them: light, and its grain.
 
+Pictures are batch x 3 x rows x columns, trust is batch x 1 x rows x columns in [0, 1].
+"""
+
+import torch
 import torch.nn.functional as F
 
 _HALVINGS = 5
 _LEAST_WEIGHT = 1e-4
+_GRAIN_SIDE = 7  # pixels; what is wider is no grain
+# Places beside a pixel, in rows and columns, that its grain is taken from; the far ones are for the
+# middle of large stars. No two lie in a row, so that no pattern repeats along one.
+_BESIDE = (
+    (3, 8), (8, -3), (-3, -8), (-8, 3),
+    (17, 11), (11, -17), (-17, -11), (-11, 17),
+    (19, 41), (41, -19), (-19, -41), (-41, 19),
+)  # fmt: skip
+_FARTHEST = max(abs(step) for place in _BESIDE for step in place)
 
 
 def spread(picture, trust):
-    """batch x 3 x rows x columns: each pixel by its trust, the rest of it from what is around.
+    """Each pixel by its trust, the rest of it from what is around.
 
-    trust is batch x 1 x rows x columns in [0, 1]; rows and columns are multiples of 32. This is
-    pull and push over a pyramid after Gortler et al., "The Lumigraph" (1996), section 3.6: averages
-    of trusted light go up, and come down where trust lacks. A flat picture stays as it is,
-    whatever the trust.
+    Rows and columns are multiples of 32. This is pull and push over a pyramid after Gortler et al.,
+    "The Lumigraph" (1996), section 3.6: averages of trusted light go up, and come down where trust
+    lacks. A flat picture stays as it is, whatever the trust.
     """
     light, weight = [picture * trust], [trust]
     for _ in range(_HALVINGS):
         light.append(_averages(light[-1], 2, stride=2))
         weight.append(_averages(weight[-1], 2, stride=2))
-    result = _wide(light[-1]) / (_wide(weight[-1]) + _LEAST_WEIGHT)
+    result = _wide(light[-1], 5) / (_wide(weight[-1], 5) + _LEAST_WEIGHT)
     result = light.pop() + (1.0 - weight.pop()) * result
     while light:
         wider = F.interpolate(result, scale_factor=2.0, mode="bilinear", align_corners=False)
@@ -26,9 +38,34 @@ def spread(picture, trust):
     return result
 
 
-def _wide(plane):
-    """Averages of 5 x 5 cells, which see past a star that is larger than a cell."""
-    return _averages(plane, 5, stride=1, padding=2)
+def grain(picture, trust):
+    """For each pixel the grain of trusted places beside it: what noise and fine structure would add.
+
+    The sum over the places is divided by the root of the sum of their squared weights, so that it
+    is as strong as the grain of one of them; their mean would be a smooth disc. Rows and columns are
+    at least as many as the farthest place is away; over the edge, the far side of the picture serves.
+    """
+    smooth = _wide(picture * trust, _GRAIN_SIDE) / (_wide(trust, _GRAIN_SIDE) + _LEAST_WEIGHT)
+    detail, squares = _framed((picture - smooth) * trust), _framed(trust * trust)
+    rows, columns = (int(side) for side in picture.shape[-2:])
+    total, power = 0.0, _LEAST_WEIGHT
+    for row, column in _BESIDE:
+        top, left = _FARTHEST + row, _FARTHEST + column
+        part = (..., slice(top, top + rows), slice(left, left + columns))
+        total = total + detail[part]
+        power = power + squares[part]
+    return total / torch.sqrt(power)
+
+
+def _framed(plane):
+    """The plane with as much of its far sides around it as the farthest place needs."""
+    plane = torch.cat((plane[..., -_FARTHEST:, :], plane, plane[..., :_FARTHEST, :]), dim=-2)
+    return torch.cat((plane[..., -_FARTHEST:], plane, plane[..., :_FARTHEST]), dim=-1)
+
+
+def _wide(plane, side):
+    """Averages of side x side cells, for spread() those that see past a star larger than a cell."""
+    return _averages(plane, side, stride=1, padding=side // 2)
 
 
 def _averages(plane, side, **steps):

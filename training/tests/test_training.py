@@ -21,7 +21,7 @@ from nebulex_training.losses import pixel_loss, pixel_weights, star_mask, textur
 from nebulex_training.measures import Sums
 from nebulex_training.network import Doubling, Shape, StarNet
 from nebulex_training.pool import ScenePool
-from nebulex_training.surroundings import spread
+from nebulex_training.surroundings import grain, spread
 from nebulex_training.trainer import LossWeights, Plan, Trainer
 from nebulex_training.weights import load_network, save_network
 
@@ -58,7 +58,7 @@ class Network(unittest.TestCase):
 
     def test_untrained_it_changes_next_to_nothing(self):
         picture = Dice(1).uniform(0.0, 1.0, 2, 3, 64, 96)
-        self.assertLess(float((StarNet()(picture) - picture).abs().max()), 0.006)
+        self.assertLess(float((StarNet()(picture) - picture).abs().max()), 0.015)
         subtracting = StarNet(Shape(fills=False, borrows=False))
         self.assertTrue(torch.equal(subtracting(picture), picture))
 
@@ -75,7 +75,8 @@ class Network(unittest.TestCase):
         torch.nn.init.constant_(network.fill.bias[16:20], 20.0)  # and borrows all of it
         torch.nn.init.constant_(network.fill.bias[20:24], 20.0)
         picture = Dice(1).uniform(0.0, 1.0, 1, 3, 64, 64)
-        expected = 0.5 * (picture + spread(picture, torch.full((1, 1, 64, 64), 0.5)))
+        trust = torch.full((1, 1, 64, 64), 0.5)
+        expected = 0.5 * (picture + spread(picture, trust) + grain(picture, trust))
         self.assertTrue(torch.allclose(network(picture), expected, atol=1e-5))
 
     def test_weights_survive_the_way_through_a_file(self):
@@ -140,6 +141,34 @@ class Surroundings(unittest.TestCase):
         trust[..., 120:136, 120:136] = 0.0
         difference = (spread(slope, trust) - slope).abs()
         self.assertLess(float(difference.max()), 0.4 / 255.0 * 8.0)  # half the hole's width of it
+
+
+class Grain(unittest.TestCase):
+    def setUp(self):
+        self.noise = 0.02 * Dice(3).normal(1, 3, 192, 192)
+
+    def test_a_filled_star_is_as_grainy_as_its_surroundings(self):
+        for radius in (3, 8, 16, 30):
+            trust = torch.ones(1, 1, 192, 192)
+            hole = (..., slice(96 - radius, 97 + radius), slice(96 - radius, 97 + radius))
+            trust[hole] = 0.0
+            filled = grain(0.3 + self.noise, trust)[hole]
+            # 7 x 7 means take 1/49 of the variance away; a deviation of n values errs by 1/sqrt(2n).
+            tolerance = 0.01 + 3.0 / (2.0 * filled.numel()) ** 0.5
+            self.assertAlmostEqual(float(filled.std() / 0.02), 1.0, delta=tolerance, msg=str(radius))
+            self.assertAlmostEqual(float(filled.mean()), 0.0, delta=0.004)
+
+    def test_stars_that_are_not_trusted_leave_no_copies(self):
+        trust = torch.ones(1, 1, 192, 192)
+        trust[..., 90:100, 90:100] = 0.0
+        star = 0.7 * (1.0 - trust)
+        difference = grain(0.3 + self.noise + star, trust) - grain(0.3 + self.noise, trust)
+        self.assertLess(float(difference.abs().max()), 1e-5)
+
+    def test_a_smooth_sky_gets_no_grain(self):
+        slope = torch.linspace(0.2, 0.6, 192)[None, None, None].expand(1, 3, 192, 192)
+        inside = grain(slope, torch.ones(1, 1, 192, 192))[..., 60:132, 60:132]
+        self.assertLess(float(inside.abs().max()), 5e-4)
 
 
 class Losses(unittest.TestCase):
