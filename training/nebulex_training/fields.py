@@ -85,6 +85,15 @@ def convolve(image, transfer):
     return torch.fft.irfft2(torch.fft.rfft2(image) * transfer, s=(size, size))
 
 
+def change_some(images, chosen, change, *parameters):
+    """The images, those that are chosen (booleans) as change makes them with their parameters."""
+    if not bool(chosen.any()):
+        return images
+    result = images.clone()
+    result[chosen] = change(images[chosen], *(each[chosen] for each in parameters))
+    return result
+
+
 def gaussian_blur(image, sigma):
     """batch x channels x rows x columns images blurred, each by its own sigma in pixels."""
     batch, channels, height, width = image.shape

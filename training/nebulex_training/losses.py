@@ -67,16 +67,17 @@ def fine_detail(picture):
 
 
 def detail_strength(picture):
-    """Root mean square of the fine detail over 9 x 9 pixels and the channels."""
-    power = (fine_detail(picture) ** 2).mean(dim=1, keepdim=True)
-    power = F.avg_pool2d(F.pad(power, (4, 4, 4, 4), mode="reflect"), 9, stride=1)
+    """Root mean square of the fine detail over the channels and 8 x 8 pixels, at a quarter size."""
+    power = F.avg_pool2d((fine_detail(picture) ** 2).mean(dim=1, keepdim=True), 4)
+    power = F.avg_pool2d(F.pad(power, (1, 0, 1, 0), mode="replicate"), 2, stride=1)
     return torch.sqrt(power + 1e-7)
 
 
 def texture_loss(result, target, mask):
     """How far the strength of fine detail in the footprints is from that of the truth."""
     ratio = torch.log(detail_strength(result) / detail_strength(target))
-    return (mask * ratio.abs().clamp(max=6.0)).sum() / (mask.sum() + 100.0)
+    mask = F.avg_pool2d(mask, 4)
+    return (mask * ratio.abs().clamp(max=6.0)).sum() / (mask.sum() + 6.0)
 
 
 def removal_loss(result, picture, target, weights):

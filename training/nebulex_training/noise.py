@@ -3,7 +3,7 @@
 import torch
 import torch.nn.functional as F
 
-from .fields import gaussian_blur
+from .fields import gaussian_blur, change_some
 
 
 def add_noise(dice, with_stars, without_stars, sky_level, relative):
@@ -29,14 +29,14 @@ def add_noise(dice, with_stars, without_stars, sky_level, relative):
 def _pattern(dice, shape):
     """Gaussian noise of deviation 1 as it is after debayering, registration or drizzling."""
     batch = shape[0]
-    white = dice.normal(*shape)
-    kind = dice.uniform(0.0, 1.0, batch)[:, None, None, None]
-    debayered = _unit(_debayered(white))
-    smooth = _unit(gaussian_blur(white, dice.uniform(0.35, 1.3, batch)))
-    both = _unit(gaussian_blur(debayered, dice.uniform(0.3, 0.7, batch)))
-    pattern = torch.where(kind < 0.35, white, smooth)
-    pattern = torch.where(kind > 0.65, debayered, pattern)
-    pattern = torch.where(kind > 0.85, both, pattern)
+    pattern = dice.normal(*shape)
+    kind = dice.uniform(0.0, 1.0, batch)
+    debayered = kind > 0.65
+    pattern = change_some(pattern, debayered, lambda part: _unit(_debayered(part)))
+    wide, narrow = dice.uniform(0.35, 1.3, batch), dice.uniform(0.3, 0.7, batch)
+    sigma = torch.where(debayered, narrow, wide)
+    smooth = ((kind > 0.35) & ~debayered) | (kind > 0.85)
+    pattern = change_some(pattern, smooth, lambda part, s: _unit(gaussian_blur(part, s)), sigma)
     rows = dice.chance(0.05, batch, 1, 1, 1) * 0.3 * dice.normal(batch, 1, shape[2], 1)
     return pattern + rows
 

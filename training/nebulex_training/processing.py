@@ -10,7 +10,7 @@ import math
 import torch
 import torch.nn.functional as F
 
-from .fields import gaussian_blur
+from .fields import gaussian_blur, change_some
 
 _LUMINANCE = (0.2126, 0.7152, 0.0722)
 
@@ -89,12 +89,17 @@ def _denoise(dice, pictures):
     half = pictures.shape[0] // 2
     if not dice.happens(0.5):
         return pictures
-    strength = _both(dice.chance(0.4, half, 1, 1, 1) * dice.uniform(0.2, 0.95, half, 1, 1, 1))
-    smooth = gaussian_blur(pictures, _both(dice.uniform(0.6, 2.2, half)))
+    chosen = _both(dice.chance(0.4, half) > 0)
+    strength = _both(dice.uniform(0.2, 0.95, half, 1, 1, 1))
+    sigma = _both(dice.uniform(0.6, 2.2, half))
     scale = _both(dice.log_uniform(0.01, 0.08, half, 1, 1, 1))
-    difference = pictures - smooth
-    keep = 1.0 - torch.exp(-((difference.mean(dim=1, keepdim=True) / scale) ** 2))
-    return pictures - strength * (1.0 - keep) * difference
+    return change_some(pictures, chosen, _smoothed, strength, sigma, scale)
+
+
+def _smoothed(pictures, strength, sigma, scale):
+    difference = pictures - gaussian_blur(pictures, sigma)
+    flat = torch.exp(-((difference.mean(dim=1, keepdim=True) / scale) ** 2))
+    return pictures - strength * flat * difference
 
 
 def _sharpen(dice, pictures):
@@ -105,8 +110,8 @@ def _sharpen(dice, pictures):
     sigma = dice.log_uniform(0.5, 3.5, half)
     # A wide mask as strong as a narrow one would drown the sky in the stars' rings.
     most = dice.log_uniform(0.1, 2.5, half) / sigma.clamp(min=1.0)
-    amount = _both((dice.chance(0.6, half) * most)[:, None, None, None])
-    return _unsharp_mask(pictures, amount, _both(sigma))
+    chosen = _both(dice.chance(0.6, half) > 0)
+    return change_some(pictures, chosen, _unsharp_mask, _both(most), _both(sigma))
 
 
 def shrink_pair(dice, with_stars, without_stars):
@@ -115,15 +120,15 @@ def shrink_pair(dice, with_stars, without_stars):
     mode = "bicubic" if dice.happens(0.6) else "bilinear"
     small = F.interpolate(pictures, scale_factor=0.5, mode=mode, antialias=True).clamp(0.0, 1.0)
     half = with_stars.shape[0]
-    amount = _both(dice.chance(0.7, half, 1, 1, 1) * dice.log_uniform(0.1, 2.5, half, 1, 1, 1))
+    amount = _both(dice.chance(0.7, half) * dice.log_uniform(0.1, 2.5, half))
     small = _unsharp_mask(small, amount, _both(dice.log_uniform(0.4, 1.5, half)))
     return small[:half], small[half:]
 
 
 def _unsharp_mask(pictures, amount, sigma):
-    """What a blur of sigma pixels takes away, added amount times."""
-    blurred = gaussian_blur(pictures, sigma)
-    return (pictures + amount * (pictures - blurred)).clamp(0.0, 1.0)
+    """What a blur of sigma pixels takes away, added amount times; one of each for each picture."""
+    fine = pictures - gaussian_blur(pictures, sigma)
+    return (pictures + amount[:, None, None, None] * fine).clamp(0.0, 1.0)
 
 
 def _eight_bits(dice, pictures):

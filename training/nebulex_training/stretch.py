@@ -2,6 +2,8 @@
 
 import torch
 
+from .fields import change_some
+
 _MOST_BLACK = 0.012  # share of the pixels that may become black
 
 
@@ -25,15 +27,24 @@ def stretch_pair(dice, with_stars, without_stars):
     midtones = mtf(level, goal)  # the function is its own inverse in this sense
     softening = _asinh_softening(level, goal)
     exponent = (torch.log(goal) / torch.log(level)).clamp(0.1, 1.0)
-    kind = dice.uniform(0.0, 1.0, batch)[:, None, None, None]
+    kind = dice.uniform(0.0, 1.0, batch)
 
-    def apply(image):
+    def stretched(image):
         x = ((image - black) / span).clamp(0.0, 1.0)
-        asinh = torch.asinh(x / softening) / torch.asinh(1.0 / softening)
-        result = torch.where(kind < 0.72, mtf(x, midtones), asinh)
-        return torch.where(kind > 0.92, x.clamp(min=1e-7) ** exponent, result).clamp(0.0, 1.0)
+        x = change_some(x, kind < 0.72, mtf, midtones)
+        x = change_some(x, (kind >= 0.72) & (kind <= 0.92), _asinh, softening)
+        x = change_some(x, kind > 0.92, _power, exponent)
+        return x.clamp(0.0, 1.0)
 
-    return apply(with_stars), apply(without_stars)
+    return stretched(with_stars), stretched(without_stars)
+
+
+def _power(x, exponent):
+    return x.clamp(min=1e-7) ** exponent
+
+
+def _asinh(x, softening):
+    return torch.asinh(x / softening) / torch.asinh(1.0 / softening)
 
 
 def _black_and_median(dice, image):
@@ -61,7 +72,7 @@ def _asinh_softening(level, goal):
     low, high = torch.full_like(level, 1e-6), torch.full_like(level, 50.0)
     for _ in range(40):
         middle = torch.sqrt(low * high)
-        value = torch.asinh(level / middle) / torch.asinh(1.0 / middle)
+        value = _asinh(level, middle)
         low = torch.where(value > goal, middle, low)
         high = torch.where(value > goal, high, middle)
     return torch.sqrt(low * high)
