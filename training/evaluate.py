@@ -18,6 +18,7 @@ from nebulex_training.evaluation.photographs import (
     find_photographs,
     load_photograph,
     measure_photograph,
+    typical_measures,
 )
 from nebulex_training.evaluation.program import (
     OPENING_DIAMETERS,
@@ -88,6 +89,10 @@ def main():
         table += _as_table(path.name, results[path.name])
         write_sheet(options.out / "photographs.png", ["before"] + _names(removers), lines)
         _write_results(options.out, table, results)
+    if len(lines) > 1:
+        results["typical photograph"] = _typical_photograph(results, removers)
+        table += _as_table("The typical photograph", results["typical photograph"])
+        _write_results(options.out, table, results)
     print("\n".join(table))
 
 
@@ -153,6 +158,13 @@ def _measure_one(picture, removers):
         results[remover.name], result = measure_photograph(remover, picture)
         line.append(result[part])
     return results, line
+
+
+def _typical_photograph(results, removers):
+    photographs = [each for title, each in results.items() if title != "computed scenes"]
+    return {
+        name: typical_measures([each[name] for each in photographs]) for name in _names(removers)
+    }
 
 
 def _as_table(title, results):

@@ -11,7 +11,11 @@ import numpy as np
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
 from nebulex_training.evaluation.computed import ComputedMeasures, HeldOutScene, star_error
-from nebulex_training.evaluation.photographs import find_photographs, measure_photograph
+from nebulex_training.evaluation.photographs import (
+    find_photographs,
+    measure_photograph,
+    typical_measures,
+)
 from nebulex_training.evaluation.program import (
     InpaintingRemover,
     OpeningRemover,
@@ -134,6 +138,19 @@ class Photographs(unittest.TestCase):
         self.assertEqual(rows["sky"], 0.0)
         # 16 of the pixels that are far from stars, fewer than 256 x 256, changed by 34.6 sigma.
         self.assertGreater(rows["sky, root mean square"], 34.6 * (16 / 256**2) ** 0.5)
+
+    def test_the_typical_photograph_is_the_median_of_each_measure(self):
+        nothing = float("nan")
+        rows = [
+            {"left": 0.1, "added, signed": -0.2, "texture": nothing},
+            {"left": nothing, "added, signed": 0.1, "texture": nothing},
+            {"left": 0.3, "added, signed": 0.3, "texture": nothing},
+            {"left": 0.9, "added, signed": -0.9, "texture": nothing},
+        ]
+        typical = typical_measures(rows)
+        self.assertEqual(typical["left"], 0.3)
+        self.assertAlmostEqual(typical["added, signed"], 0.25)
+        self.assertTrue(np.isnan(typical["texture"]))
 
     def test_only_pictures_are_found(self):
         with tempfile.TemporaryDirectory() as folder:

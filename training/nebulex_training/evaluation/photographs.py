@@ -85,6 +85,19 @@ def measure_photograph(remove, picture, seed=1):
     return rows, result
 
 
+def typical_measures(rows):
+    """The median over photographs of each measure, over the absolute values where it is signed.
+
+    Photographs that lack a measure do not count for it.
+    """
+    medians = {}
+    for name in rows[0]:
+        values = np.abs([each[name] for each in rows])
+        known = values[np.isfinite(values)]
+        medians[name] = float(np.median(known)) if known.size else float("nan")
+    return medians
+
+
 def _share_left(before, after):
     if len(before.x) == 0:
         return float("nan")
