@@ -13,8 +13,9 @@ TILE = 512
 _OPSET = 16
 # All of these are carried out by the CPU, CUDA and DirectML providers of ONNX Runtime.
 _OPERATORS = {
-    "Add", "AveragePool", "Clip", "Concat", "Conv", "ConvTranspose", "DepthToSpace", "Div", "Mul",
-    "Relu", "Reshape", "Resize", "Sigmoid", "Slice", "Split", "Sqrt", "Sub", "Transpose",
+    "Abs", "Add", "AveragePool", "Clip", "Concat", "Conv", "ConvTranspose", "DepthToSpace", "Div",
+    "Max", "Min", "Mul", "Neg", "Relu", "Reshape", "Resize", "Sigmoid", "Slice", "Split", "Sqrt",
+    "Sub", "Transpose",
 }  # fmt: skip
 
 

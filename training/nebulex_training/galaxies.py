@@ -10,15 +10,16 @@ _BRIGHTEST = 400.0  # times the sky
 _STAMP = 64  # pixels, the side of the square that a small galaxy is drawn in
 
 
-def large_galaxies(dice, batch, size, width, share=0.22):
-    """batch x 3 x size x size light of one large galaxy in that share of the scenes.
+def large_galaxies(dice, batch, size, width, spirals=0.22, ellipticals=0.08):
+    """batch x 3 x size x size light of a large galaxy of either kind in these shares of the scenes.
 
     width holds the full width at half maximum of each scene's stars.
     """
     light = torch.zeros(batch, 3, size, size, device=dice.device)
-    chosen = torch.nonzero(dice.chance(share, batch))[:, 0]
-    if chosen.numel():
-        light[chosen] = _spiral(dice, chosen.numel(), size, width[chosen])
+    for share, draw in ((spirals, _spiral), (ellipticals, _elliptical)):
+        chosen = torch.nonzero(dice.chance(share, batch))[:, 0]
+        if chosen.numel():
+            light[chosen] += draw(dice, chosen.numel(), size, width[chosen])
     return light
 
 
@@ -35,12 +36,7 @@ def _colour(dice, batch, base, spread):
 
 def _spiral(dice, batch, size, width):
     """A bulge, a disc with arms, knots and lanes of dust; also discs without arms."""
-    rows, columns = unit_grid(size, dice.device)
-    row = rows - dice.uniform(-0.8, 0.8, batch, 1, 1)
-    column = columns - dice.uniform(-0.8, 0.8, batch, 1, 1)
-    angle = dice.uniform(0.0, 3.1416, batch, 1, 1)
-    along = column * torch.cos(angle) + row * torch.sin(angle)
-    across = row * torch.cos(angle) - column * torch.sin(angle)
+    along, across = _axes(dice, batch, size)
     tilt = dice.uniform(0.12, 1.0, batch, 1, 1)
     scale = dice.log_uniform(0.05, 0.8, batch, 1, 1)
     x, y = along / scale, across / (scale * tilt)
@@ -82,9 +78,44 @@ def _spiral(dice, batch, size, width):
     pink = _colour(dice, batch, (1.0, 0.3, 0.45), 0.1)
     light = light + (dice.uniform(0.0, 2.0, batch, 1, 1) * regions * disc)[:, None] * pink
     light = (strength[:, None] * light).clamp(max=_BRIGHTEST)
-    brightest = (_BRIGHTEST * (extent / 8.0) ** 2).clamp(max=_BRIGHTEST)[:, None]
+    return _fainter_than_stars(light, extent) * dimming
+
+
+def _elliptical(dice, batch, size, width):
+    """Old stars in smooth light, of eight star widths or more: smaller ones could be halos."""
+    along, across = _axes(dice, batch, size)
+    star = 2.0 * width[:, None, None] / size
+    scale = torch.maximum(dice.log_uniform(0.04, 0.4, batch, 1, 1), 8.0 * star)
+    extent = scale / star
+    flat = dice.uniform(0.4, 1.0, batch, 1, 1)
+    radius = torch.sqrt(along**2 + (across / flat) ** 2) / scale
+    core = 0.02 + 0.45 / extent
+    index = dice.uniform(1.0, 4.0, batch, 1, 1).minimum((0.2 * extent).clamp(max=4.0))
+    profile = _sersic(torch.sqrt(radius**2 + core**2), index)
+    profile = profile / profile.flatten(1).amax(dim=1)[:, None, None].clamp(min=1e-6)
+    peak = dice.log_uniform(0.5, _BRIGHTEST, batch, 1, 1)
+    light = (peak * profile)[:, None] * _colour(dice, batch, _OLD_LIGHT, 0.12)
+    return _fainter_than_stars(light, extent)
+
+
+def _axes(dice, batch, size):
+    """batch x size x size coordinates along and across a galaxy of any place and direction."""
+    rows, columns = unit_grid(size, dice.device)
+    row = rows - dice.uniform(-0.8, 0.8, batch, 1, 1)
+    column = columns - dice.uniform(-0.8, 0.8, batch, 1, 1)
+    angle = dice.uniform(0.0, 3.1416, batch, 1, 1)
+    along = column * torch.cos(angle) + row * torch.sin(angle)
+    return along, row * torch.cos(angle) - column * torch.sin(angle)
+
+
+def _fainter_than_stars(light, extent):
+    """The light dimmed so that no core of few star widths looks like the image of a star.
+
+    extent, batch x 1 x 1, holds the half-light radii of the cores over the width of stars.
+    """
+    brightest = (_BRIGHTEST * (extent / 10.0) ** 3).clamp(max=_BRIGHTEST)[:, None]
     peak = light.flatten(1).amax(dim=1)[:, None, None, None].clamp(min=1e-6)
-    return light * (brightest / peak).clamp(max=1.0) * dimming
+    return light * (brightest / peak).clamp(max=1.0)
 
 
 def small_galaxies(dice, batch, size, width):

@@ -29,11 +29,11 @@ def compact_mask(target):
 def pixel_weights(mask, target, weights):
     """batch x 1 x rows x columns: how much the pixels count, by the weights of a LossWeights.
 
-    A white pixel that stays, as in the core of a galaxy, counts as one that a star changed.
+    White pixels that stay, as in the core of a galaxy, have a weight of their own.
     """
     white = (target.amin(dim=1, keepdim=True) > _WHITE).float()
-    star = 1.0 + (weights.star - 1.0) * torch.maximum(mask, white)
-    return torch.maximum(star, 1.0 + (weights.compact - 1.0) * compact_mask(target))
+    kinds = ((weights.star, mask), (weights.white, white), (weights.compact, compact_mask(target)))
+    return torch.stack([1.0 + (weight - 1.0) * where for weight, where in kinds]).amax(dim=0)
 
 
 def pixel_loss(result, target, weight):

@@ -55,7 +55,7 @@ def _seeing(dice, width, size):
         torch.ones(1, 3, device=dice.device),
     )
     full_width = (width[:, None] * colour)[:, :, None, None]
-    beta = dice.uniform(1.8, 5.0, batch, 1, 1, 1)
+    beta = dice.log_uniform(1.35, 5.0, batch, 1, 1, 1)
     angle = dice.uniform(0.0, 3.1416, batch, 1, 1, 1)
     squeeze = 1.0 - dice.uniform(0.0, 1.0, batch, 1, 1, 1) ** 2 * 0.35
     alpha = full_width / (2.0 * torch.sqrt(2.0 ** (1.0 / beta) - 1.0))
@@ -151,7 +151,7 @@ def _wings(dice, batch, size, width):
     radius = torch.sqrt(rows**2 + columns**2)[None, None]
     azimuth = torch.atan2(rows.expand(size, size), columns.expand(size, size))[None, None]
     halo = _unit_sum(_halo(dice, batch, radius, azimuth))
-    wings = _share(dice, 0.004, 0.12, 0.8, batch) * halo
+    wings = _share(dice, 0.004, 0.4, 0.8, batch) * halo
     wings = wings + _share(dice, 0.002, 0.09, 0.45, batch) * _unit_sum(
         _spikes(dice, batch, rows, columns, width)
     )
@@ -166,7 +166,7 @@ def _wings(dice, batch, size, width):
 
 
 def _halo(dice, batch, radius, azimuth):
-    reach = dice.log_uniform(4.0, 60.0, batch, 1, 1, 1)
+    reach = dice.log_uniform(2.0, 60.0, batch, 1, 1, 1)
     steepness = dice.uniform(1.2, 2.5, batch, 1, 1, 1)
     rayed = dice.chance(0.25, batch, 1, 1, 1) * dice.uniform(0.1, 0.8, batch, 1, 1, 1)
     rays = torch.zeros_like(azimuth)

@@ -39,7 +39,7 @@ def compute_layers(dice, batch, size):
     objects = emission(dice, batch, size) + large_galaxies(dice, batch, size, optics.width)
     objects = (objects + small) * dust_transmission(dice, batch, size)
     objects = objects + comets(dice, batch, size)
-    level = dice.log_uniform(0.002, 0.06, batch)
+    level = dice.log_uniform(0.0003, 0.06, batch)
     sky = sky_background(dice, batch, size) + objects
     sky = convolve(sky * level[:, None, None, None], optics.transfer).clamp(min=0.0)
     stars = star_layer(dice, batch, size, optics, level)

@@ -6,7 +6,7 @@ from .fields import convolve
 
 _BRIGHTEST = 400.0  # times the level where the camera saturates, at the star's peak
 _MOST_SATURATED = 0.025  # share of a scene's pixels
-_MOST_GLOW = 0.2  # times the sky: starlight on the darkest fifth of a scene
+_MOST_GLOW = 0.3  # times the sky: starlight on the darkest fifth of a scene
 
 
 def star_layer(dice, batch, size, optics, sky_level):
@@ -38,8 +38,8 @@ def _stars(dice, batch, size, width, sky_level):
     for scene in range(batch):
         if dice.happens(0.03):
             continue  # starless already: nothing may change
-        crowded = dice.happens(0.15)  # towards the Milky Way, with a short focal length
-        density = dice.one_log(4000.0, 40000.0) if crowded else dice.one_log(8.0, 5000.0)
+        crowded = dice.happens(0.2)  # towards the Milky Way, with a short focal length
+        density = dice.one_log(4000.0, 60000.0) if crowded else dice.one_log(8.0, 5000.0)
         count = 1 + int(density * (size / 512) ** 2)
         row, column = dice.uniform(0.0, size, count), dice.uniform(0.0, size, count)
         if dice.happens(0.12):
@@ -83,9 +83,9 @@ def _peaks(dice, count, sky_level):
     exponent = dice.one(1.4, 2.2)
     share = dice.uniform(1e-6, 1.0, count)
     peak = (faintest * share ** (-1.0 / (exponent - 1.0))).clamp(max=_BRIGHTEST)
-    if dice.happens(0.5):  # saturated ones with all that only they show, more than the law has
-        bright = min(count, dice.whole(1, 12))
-        peak[:bright] = dice.log_uniform(0.5, _BRIGHTEST, bright)
+    if dice.happens(0.65):  # bright ones with all that only they show, more than the law has
+        bright = min(count, int(dice.one_log(1.0, 40.0)))
+        peak[:bright] = dice.log_uniform(0.05, _BRIGHTEST, bright)
     return peak
 
 

@@ -20,7 +20,7 @@ def stretch_pair(dice, with_stars, without_stars):
     batch = with_stars.shape[0]
     black, median = _black_and_median(dice, with_stars)
     span = (1.0 - black).clamp(min=1e-3)
-    level = ((median - black) / span).clamp(1e-4, 0.9)
+    level = ((median - black) / span).clamp(2e-5, 0.9)
     goal = dice.log_uniform(0.05, 0.4, batch, 1, 1, 1)
     goal = torch.maximum(goal, level).clamp(max=0.9)  # a stretch never darkens
 
@@ -31,8 +31,8 @@ def stretch_pair(dice, with_stars, without_stars):
 
     def stretched(image):
         x = ((image - black) / span).clamp(0.0, 1.0)
-        x = change_some(x, kind < 0.72, mtf, midtones)
-        x = change_some(x, (kind >= 0.72) & (kind <= 0.92), _asinh, softening)
+        x = change_some(x, kind < 0.65, mtf, midtones)
+        x = change_some(x, (kind >= 0.65) & (kind <= 0.92), _asinh, softening)
         x = change_some(x, kind > 0.92, _power, exponent)
         return x.clamp(0.0, 1.0)
 
@@ -69,7 +69,7 @@ def _black_and_median(dice, image):
 
 def _asinh_softening(level, goal):
     """The softening of an asinh stretch that takes level to goal, by bisection."""
-    low, high = torch.full_like(level, 1e-6), torch.full_like(level, 50.0)
+    low, high = torch.full_like(level, 1e-7), torch.full_like(level, 50.0)
     for _ in range(40):
         middle = torch.sqrt(low * high)
         value = _asinh(level, middle)

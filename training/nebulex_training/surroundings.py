@@ -9,12 +9,15 @@ import torch.nn.functional as F
 _HALVINGS = 5
 _LEAST_WEIGHT = 1e-4
 _GRAIN_SIDE = 7  # pixels; what is wider is no grain
+_GRAIN_CELL = 8  # pixels, of which 3 x 3 tell how strong grain is there
+_MOST_GRAIN = 3.5  # times the usual detail, 2.4 standard deviations of Gaussian noise
 # Places beside a pixel, in rows and columns, that its grain is taken from; the far ones are for the
 # middle of large stars. No two lie in a row, so that no pattern repeats along one.
 _BESIDE = (
     (3, 8), (8, -3), (-3, -8), (-8, 3),
     (17, 11), (11, -17), (-17, -11), (-11, 17),
     (19, 41), (41, -19), (-19, -41), (-41, 19),
+    (59, 31), (31, -59), (-59, -31), (-31, 59),
 )  # fmt: skip
 _FARTHEST = max(abs(step) for place in _BESIDE for step in place)
 
@@ -23,13 +26,16 @@ def spread(picture, trust):
     """Each pixel by its trust, the rest of it from what is around.
 
     Rows and columns are multiples of 32. This is pull and push over a pyramid after Gortler et al.,
-    "The Lumigraph" (1996), section 3.6: averages of trusted light go up, and come down where trust
-    lacks. A flat picture stays as it is, whatever the trust.
+    "The Lumigraph" (1996), section 3.6: sums of trusted light go up, where trust above 1 counts as
+    1, and come down where trust lacks. So a little trust nearby counts more than much of it far
+    away. A flat picture stays as it is, whatever the trust.
     """
     light, weight = [picture * trust], [trust]
     for _ in range(_HALVINGS):
-        light.append(_averages(light[-1], 2, stride=2))
-        weight.append(_averages(weight[-1], 2, stride=2))
+        average = _averages(weight[-1], 2, stride=2)
+        enough = average.clamp(min=0.25)  # a quarter of four cells is one
+        light.append(_averages(light[-1], 2, stride=2) / enough)
+        weight.append(average / enough)
     result = _wide(light[-1], 5) / (_wide(weight[-1], 5) + _LEAST_WEIGHT)
     result = light.pop() + (1.0 - weight.pop()) * result
     while light:
@@ -46,7 +52,8 @@ def grain(picture, trust):
     at least as many as the farthest place is away; over the edge, the far side of the picture serves.
     """
     smooth = _wide(picture * trust, _GRAIN_SIDE) / (_wide(trust, _GRAIN_SIDE) + _LEAST_WEIGHT)
-    detail, squares = _framed((picture - smooth) * trust), _framed(trust * trust)
+    detail = _without_outliers(picture - smooth, trust)
+    detail, squares = _framed(detail * trust), _framed(trust * trust)
     rows, columns = (int(side) for side in picture.shape[-2:])
     total, power = 0.0, _LEAST_WEIGHT
     for row, column in _BESIDE:
@@ -55,6 +62,21 @@ def grain(picture, trust):
         total = total + detail[part]
         power = power + squares[part]
     return total / torch.sqrt(power)
+
+
+def _without_outliers(detail, trust):
+    """The detail limited to what is usual around, so that no rest of a star is copied with it.
+
+    What is usual is the square of the mean root, which few large values move less than a mean.
+    """
+    roots = _averages(torch.sqrt(detail.abs()) * trust, _GRAIN_CELL, stride=_GRAIN_CELL)
+    weights = _averages(trust, _GRAIN_CELL, stride=_GRAIN_CELL) + _LEAST_WEIGHT
+    root = F.interpolate(
+        _wide(roots, 3) / _wide(weights, 3),
+        scale_factor=float(_GRAIN_CELL), mode="bilinear", align_corners=False,
+    )  # fmt: skip
+    limit = _MOST_GRAIN * root * root
+    return torch.minimum(torch.maximum(detail, -limit), limit)
 
 
 def _framed(plane):
