@@ -44,6 +44,7 @@ def parse_options():
     add("--fresh-scenes", type=float, default=16.0 if cuda else 0.2, help="scenes a step")
     add("--decay", type=float, default=0.999, help="of the average of the weights")
     add("--compact", type=float, default=2.0, help="weight of what looks like a star and stays")
+    add("--white", type=float, default=5.0, help="weight of white pixels that stay")
     add("--texture", type=float, default=0.006, help="weight of the texture loss")
     add("--adversarial", type=float, default=0.0005 if cuda else 0.0, help="weight of the critic")
     add("--critic-from", type=float, default=0.5, help="share of the run before both of them")
@@ -83,7 +84,8 @@ def main():
         fresh_scenes=options.fresh_scenes,
         decay=options.decay,
         losses=LossWeights(
-            compact=options.compact, texture=options.texture, adversarial=options.adversarial
+            compact=options.compact, white=options.white, texture=options.texture,
+            adversarial=options.adversarial,
         ),
         critic_from=options.critic_from,
         report_steps=options.report_steps,

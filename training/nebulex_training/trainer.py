@@ -36,7 +36,7 @@ _CRITIC_SEED = 77
 class LossWeights:
     star: float = 5.0  # of a pixel that a star changed
     compact: float = 2.0  # of a pixel of the target's own that looks like a star's
-    white: float = 3.0  # of a white pixel that stays
+    white: float = 5.0  # of a white pixel that stays
     gradient: float = 0.5
     coarse: float = 0.3
     texture: float = 0.0
