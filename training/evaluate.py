@@ -4,7 +4,7 @@
     training/evaluate [--model NAME=FILE]... [--photographs FOLDER]... [--scenes 200] [--out FOLDER]
 
 Without --model, the weights in models/ are measured. The folder gets table.md, results.json,
-scenes.png and photographs.png. Photographs stay where they are; nothing of them is kept but the
+scenes.png, worst.png and photographs.png. Photographs stay where they are; nothing of them is kept but the
 sheet.
 """
 
@@ -27,9 +27,11 @@ from nebulex_training.evaluation.program import (
     ProgramRemover,
 )
 from nebulex_training.evaluation.sheet import crop_of_interest, write_sheet
+from nebulex_training.evaluation.worst import WorstScenes
 
 _ROOT = pathlib.Path(__file__).resolve().parent.parent
 _SHEET_SCENES = 16
+_WORST_SCENES = 12
 _SCENES_FOR_OPENING = 12
 _SMALLEST = 512  # pixels, what the program takes
 
@@ -79,8 +81,9 @@ def main():
         removers += [InpaintingRemover(), _best_opening(options)]
     results = {}
     if options.scenes:
-        results["computed scenes"] = _measure_scenes(options, removers)
+        results["computed scenes"], worst = _measure_scenes(options, removers)
         table += _as_table(f"{options.scenes} held-out computed scenes", results["computed scenes"])
+        table += [f"Where {removers[0].name} harms most of what is no star: scenes {worst}", ""]
         _write_results(options.out, table, results)
     lines = []
     for path, picture in _load_photographs(options.photographs):
@@ -120,21 +123,23 @@ def _best_opening(options):
 
 def _measure_scenes(options, removers):
     measures = {name: ComputedMeasures() for name in _names(removers)}
-    lines = []
+    lines, worst = [], WorstScenes(_WORST_SCENES)
     for number in range(options.scenes):
         scene = HeldOutScene(number, options.scene_size)
-        line = [scene.picture, scene.truth]
-        for remover in removers:
-            result = remover(scene.picture)
+        taken_out = [remover(scene.picture) for remover in removers]
+        for remover, result in zip(removers, taken_out):
             measures[remover.name].add(scene, result)
-            line.append(result)
+        worst.add(number, scene, taken_out)
         if number < _SHEET_SCENES:
             part = crop_of_interest(scene.picture)
-            lines.append([picture[part] for picture in line])
+            lines.append([picture[part] for picture in (scene.picture, scene.truth, *taken_out)])
         if (number + 1) % 10 == 0:
             print(f"{number + 1} of {options.scenes} scenes", file=sys.stderr, flush=True)
-    write_sheet(options.out / "scenes.png", ["before", "truth"] + _names(removers), lines)
-    return {name: dict(measure.rows()) for name, measure in measures.items()}
+    titles = ["before", "truth"] + _names(removers)
+    write_sheet(options.out / "scenes.png", titles, lines)
+    write_sheet(options.out / "worst.png", titles, worst.rows())
+    numbers = ", ".join(str(number) for number in worst.numbers())
+    return {name: dict(measure.rows()) for name, measure in measures.items()}, numbers
 
 
 def _load_photographs(places):

@@ -10,7 +10,12 @@ import numpy as np
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
-from nebulex_training.evaluation.computed import ComputedMeasures, HeldOutScene, star_error
+from nebulex_training.evaluation.computed import (
+    ComputedMeasures,
+    HeldOutScene,
+    other_error,
+    star_error,
+)
 from nebulex_training.evaluation.photographs import (
     find_photographs,
     measure_photograph,
@@ -22,6 +27,7 @@ from nebulex_training.evaluation.program import (
     read_picture,
     write_picture,
 )
+from nebulex_training.evaluation.worst import WorstScenes
 
 
 def star_field(stars):
@@ -78,6 +84,28 @@ class Computed(unittest.TestCase):
         scene = self.scenes[0]
         self.assertEqual(star_error(scene, scene.truth), 0.0)
         self.assertGreater(star_error(scene, scene.picture), 0.0)
+
+    def test_other_error_counts_the_rest_only(self):
+        scene = self.scenes[0]
+        where = np.abs(scene.picture - scene.truth).max(axis=2) <= 0.02
+        error = other_error(scene, scene.truth + np.float32(0.5))
+        self.assertTrue(np.allclose(error[where], 0.75))  # three channels
+        self.assertFalse(error[~where].any())
+
+    def test_the_worst_scenes_are_kept_the_worst_first_at_their_worst_place(self):
+        worst = WorstScenes(2)
+        # On a 4 x 4 square in the corner that is farthest from what a middle crop would show.
+        for number, harm in enumerate((0.1, 0.3, 0.2)):
+            scene = HeldOutScene(number, 512)
+            scene.truth = scene.picture
+            harmed = scene.picture.copy()
+            harmed[500:504, 4:8] += np.float32(harm)
+            worst.add(number, scene, [harmed, scene.picture])
+        self.assertEqual(worst.numbers(), [1, 2])
+        before, truth, harmed, harmless = worst.rows()[0]
+        self.assertEqual(harmed.shape, (320, 320, 3))
+        self.assertAlmostEqual(float((harmed - before)[308:312, 4:8].mean()), 0.3, places=5)
+        self.assertTrue(np.array_equal(truth, harmless))
 
 
 class Photographs(unittest.TestCase):

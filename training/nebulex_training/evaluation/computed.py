@@ -111,7 +111,19 @@ def _galaxy_ratios(scene, result):
 
 def star_error(scene, result):
     """Sum of squared differences over star pixels, for choosing the best opening."""
+    return float(_squares(scene, result)[_stars(scene)].sum())
+
+
+def other_error(scene, result):
+    """rows x columns: squared differences over the pixels that are no star's, 0 on the others."""
+    return np.where(_stars(scene)[..., None], 0.0, _squares(scene, result)).sum(axis=2)
+
+
+def _squares(scene, result):
+    return (result - scene.truth) ** 2
+
+
+def _stars(scene):
     planes = [torch.from_numpy(np.ascontiguousarray(x.transpose(2, 0, 1))) for x in
               (scene.picture, scene.truth)]  # fmt: skip
-    stars = star_pixels(*planes).numpy()
-    return float(((result - scene.truth)[stars] ** 2).sum())
+    return star_pixels(*planes).numpy()

@@ -10,8 +10,13 @@ def crop_of_interest(picture):
     """Slices of a part around the brightest compact thing, at most 320 pixels a side."""
     grey = picture.mean(axis=2)
     smooth = cv2.GaussianBlur(grey, (0, 0), 2.0) - cv2.GaussianBlur(grey, (0, 0), 12.0)
-    row, column = np.unravel_index(int(smooth.argmax()), smooth.shape)
-    height, width = grey.shape
+    return crop_around_largest(smooth)
+
+
+def crop_around_largest(plane):
+    """Slices of a part around the largest value of a plane, at most 320 pixels a side."""
+    row, column = np.unravel_index(int(plane.argmax()), plane.shape)
+    height, width = plane.shape
 
     def span(centre, size):
         side = min(_CELL, size)
