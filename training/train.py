@@ -43,7 +43,7 @@ def parse_options():
     add("--pool", type=int, default=384 if cuda else 96, help="scenes kept at a time")
     add("--fresh-scenes", type=float, default=16.0 if cuda else 0.2, help="scenes a step")
     add("--decay", type=float, default=0.999, help="of the average of the weights")
-    add("--compact", type=float, default=2.0, help="weight of what looks like a star and stays")
+    add("--compact", type=float, default=3.0, help="weight of what looks like a star and stays")
     add("--white", type=float, default=5.0, help="weight of white pixels that stay")
     add("--texture", type=float, default=0.006, help="weight of the texture loss")
     add("--adversarial", type=float, default=0.0005 if cuda else 0.0, help="weight of the critic")

@@ -10,7 +10,7 @@ _BRIGHTEST = 400.0  # times the sky
 _STAMP = 64  # pixels, the side of the square that a small galaxy is drawn in
 
 
-def large_galaxies(dice, batch, size, width, spirals=0.22, ellipticals=0.08):
+def large_galaxies(dice, batch, size, width, spirals=0.3, ellipticals=0.14):
     """batch x 3 x size x size light of a large galaxy of either kind in these shares of the scenes.
 
     width holds the full width at half maximum of each scene's stars.
@@ -71,7 +71,7 @@ def _spiral(dice, batch, size, width):
     dimming = torch.exp(
         -dust[:, None] * torch.tensor((0.75, 1.0, 1.3), device=dice.device)[None, :, None, None]
     )
-    strength = dice.log_uniform(0.2, 60.0, batch, 1, 1)
+    strength = dice.log_uniform(0.2, 150.0, batch, 1, 1)
     bulge_share = dice.log_uniform(0.1, 6.0, batch, 1, 1)
     light = (disc[:, None]) * _colour(dice, batch, _YOUNG_LIGHT, 0.15)
     light = light + (bulge_share * bulge)[:, None] * _colour(dice, batch, _OLD_LIGHT, 0.12)

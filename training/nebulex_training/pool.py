@@ -11,6 +11,7 @@ VALIDATION_SCENES = 10_000_000
 HELD_OUT_SCENES = 20_000_000
 _SEED_STRIDE = 100_000_000
 _SHRUNK = 0.15  # share of the batches
+_WIDE = 0.5  # share of the batches, of few wide pictures: those show a large halo whole
 # Pixels of seeing before. In a picture of smaller stars a galaxy of two or three star widths is
 # the image of a star.
 _LEAST_SHRUNK = 2.8
@@ -60,13 +61,16 @@ class ScenePool:
     def draw_batch(self, dice, batch, patch):
         """Pictures with and without stars, batch x 3 x patch x patch.
 
-        Some are developed at twice the size, where the scenes have it, and shrunk.
+        Where the scenes have twice the size, some are developed at that and shrunk, and some batches
+        are a quarter as many pictures of twice the patch.
         """
         filled = [entry for entry in self._entries if entry is not None]
         if 2 * patch <= self._size and dice.happens(_SHRUNK):
             wide = [entry for entry in filled if entry[3] >= _LEAST_SHRUNK]
             if wide:
                 return shrink_pair(dice, *_develop_some(dice, wide, batch, 2 * patch))
+        if 2 * patch <= self._size and batch % 4 == 0 and dice.happens(_WIDE):
+            batch, patch = batch // 4, 2 * patch
         return _develop_some(dice, filled, batch, patch)
 
 

@@ -35,7 +35,7 @@ _CRITIC_SEED = 77
 @dataclass
 class LossWeights:
     star: float = 5.0  # of a pixel that a star changed
-    compact: float = 2.0  # of a pixel of the target's own that looks like a star's
+    compact: float = 3.0  # of a pixel of the target's own that looks like a star's
     white: float = 5.0  # of a white pixel that stays
     gradient: float = 0.5
     coarse: float = 0.3

@@ -284,6 +284,15 @@ class Resuming(unittest.TestCase):
         batches = [pool.draw_batch(Dice(4), 4, 64)[0] for pool in (first, second)]
         self.assertTrue(torch.equal(*batches))
 
+    def test_some_batches_are_fewer_and_wider_where_the_scenes_allow(self):
+        def shapes(scene_size, batch):
+            pool, dice = ScenePool(1, "cpu", 2, scene_size), Dice(4)
+            return {tuple(pool.draw_batch(dice, batch, 64)[0].shape) for _ in range(12)}
+
+        self.assertEqual(shapes(128, 4), {(4, 3, 64, 64), (1, 3, 128, 128)})
+        self.assertEqual(shapes(64, 4), {(4, 3, 64, 64)})
+        self.assertEqual(shapes(128, 6), {(6, 3, 64, 64)})
+
     def test_an_interrupted_training_goes_the_same_way(self):
         with tempfile.TemporaryDirectory() as whole, tempfile.TemporaryDirectory() as parts:
             reference = Trainer(plan_in(whole, 6), shaken())
