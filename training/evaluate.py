@@ -4,8 +4,8 @@
     training/evaluate [--model NAME=FILE]... [--photographs FOLDER]... [--scenes 200] [--out FOLDER]
 
 Without --model, the weights in models/ are measured. The folder gets table.md, results.json,
-scenes.png, worst.png and photographs.png. Photographs stay where they are; nothing of them is kept but the
-sheet.
+scenes.png, worst.png and photographs.png. Photographs stay where they are; nothing of them is kept
+but the sheet.
 """
 
 import argparse

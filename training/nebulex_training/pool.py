@@ -61,8 +61,8 @@ class ScenePool:
     def draw_batch(self, dice, batch, patch):
         """Pictures with and without stars, batch x 3 x patch x patch.
 
-        Where the scenes have twice the size, some are developed at that and shrunk, and some batches
-        are a quarter as many pictures of twice the patch.
+        Where the scenes have twice the size, some are developed at that and shrunk, and some
+        batches are a quarter as many pictures of twice the patch.
         """
         filled = [entry for entry in self._entries if entry is not None]
         if 2 * patch <= self._size and dice.happens(_SHRUNK):
