@@ -10,13 +10,13 @@ _BRIGHTEST = 400.0  # times the sky
 _STAMP = 64  # pixels, the side of the square that a small galaxy is drawn in
 
 
-def large_galaxies(dice, batch, size, width, spirals=0.3, ellipticals=0.14):
-    """batch x 3 x size x size light of a large galaxy of either kind in these shares of the scenes.
+def large_galaxies(dice, batch, size, width, mix):
+    """batch x 3 x size x size light of large galaxies, of either kind as often as the Mix says.
 
     width holds the full width at half maximum of each scene's stars.
     """
     light = torch.zeros(batch, 3, size, size, device=dice.device)
-    for share, draw in ((spirals, _spiral), (ellipticals, _elliptical)):
+    for share, draw in ((mix.spirals, _spiral), (mix.ellipticals, _elliptical)):
         chosen = torch.nonzero(dice.chance(share, batch))[:, 0]
         if chosen.numel():
             light[chosen] += draw(dice, chosen.numel(), size, width[chosen])
@@ -118,15 +118,15 @@ def _fainter_than_stars(light, extent):
     return light * (brightest / peak).clamp(max=1.0)
 
 
-def small_galaxies(dice, batch, size, width):
-    """Small galaxies wider than the stars, some of them in clusters.
+def small_galaxies(dice, batch, size, width, mix):
+    """Small galaxies wider than the stars, some of them in clusters, as often as the Mix says.
 
     width holds the full width at half maximum of each scene's stars. Returns the light, batch x 3
     x size x size in units of the sky, and a catalogue: one row of scene, row, column, half-light
     radius in pixels for each galaxy.
     """
     light = torch.zeros(batch * 3 * (size + _STAMP) ** 2, device=dice.device)
-    scene, row, column = _places(dice, batch, size)
+    scene, row, column = _places(dice, batch, size, mix)
     count = scene.numel()
     # Smaller than this they could not be told from stars.
     radius = (width[scene] * dice.log_uniform(1.1, 4.0, count)).clamp(max=_STAMP / 6.0)
@@ -138,13 +138,13 @@ def small_galaxies(dice, batch, size, width):
     return light, catalogue
 
 
-def _places(dice, batch, size):
+def _places(dice, batch, size, mix):
     scenes, rows, columns = [], [], []
     for scene in range(batch):
-        count = int(dice.one_log(2.0, 30.0))
+        count = int(dice.one_log(2.0, mix.most_small_galaxies))
         row = dice.uniform(0.0, size - 1.0, count)
         column = dice.uniform(0.0, size - 1.0, count)
-        if dice.happens(0.15):
+        if dice.happens(mix.galaxy_clusters):
             members = dice.whole(15, 90)
             spread = dice.one(0.06, 0.3) * size
             row = torch.cat((row, dice.one(0.1, 0.9) * size + spread * dice.normal(members)))

@@ -12,19 +12,24 @@ REFLECTION = (0.38, 0.55, 1.00)
 DUST_LIGHT = (0.75, 0.55, 0.40)
 _SOURCES = (HYDROGEN, HYDROGEN, OXYGEN, SULFUR, REFLECTION, DUST_LIGHT)
 
+_CLOUDS = 3  # that a scene has at most
+
 # Dust takes more blue light than red.
 _EXTINCTION = (0.75, 1.00, 1.32)
 
 
-def emission(dice, batch, size, layers=3):
-    """batch x 3 x size x size light of gas and lit dust, in units of the sky's brightness."""
+def emission(dice, batch, size, mix):
+    """batch x 3 x size x size light of gas and lit dust, in units of the sky's brightness.
+
+    The Mix says how often there is a shell.
+    """
     light = torch.zeros(batch, 3, size, size, device=dice.device)
-    for layer in range(layers):
+    for layer in range(_CLOUDS):
         present = dice.chance(0.85 if layer == 0 else 0.55, batch, 1, 1, 1)
         strength = dice.log_uniform(0.08, 15.0, batch, 1, 1, 1)
         cloud = _cloud(dice, batch, size)[:, None]
         light += present * strength * cloud * _colour(dice, batch)
-    return light + _shells(dice, batch, size)
+    return light + _shells(dice, batch, size, mix.shells)
 
 
 def dust_transmission(dice, batch, size):
@@ -76,10 +81,10 @@ def _cloud(dice, batch, size):
     return envelope * picked
 
 
-def _shells(dice, batch, size):
+def _shells(dice, batch, size, share):
     """Planetary nebulae, bubbles and supernova remnants: uneven rings with a lit inside."""
     rows, columns = unit_grid(size, dice.device)
-    present = dice.chance(0.18, batch, 1, 1)
+    present = dice.chance(share, batch, 1, 1)
     centre_row = dice.uniform(-0.9, 0.9, batch, 1, 1)
     centre_column = dice.uniform(-0.9, 0.9, batch, 1, 1)
     radius = dice.log_uniform(0.03, 0.8, batch, 1, 1)

@@ -3,6 +3,7 @@
 import torch
 
 from .dice import Dice
+from .mix import HARD
 from .processing import shrink_pair
 from .scenes import compute_layers, develop
 
@@ -44,7 +45,7 @@ class ScenePool:
         self._owed += count
         while self._owed >= self._group:
             dice = scene_dice(self._seed, self.next_number, self._device)
-            layers = compute_layers(dice, self._group, self._size)
+            layers = compute_layers(dice, self._group, self._size, HARD)
             for scene in range(self._group):
                 self._put(layers, scene)
             self._owed -= self._group

@@ -8,12 +8,17 @@ from .background import sky_background
 from .comets import comets
 from .fields import convolve
 from .galaxies import large_galaxies, small_galaxies
+from .mix import USUAL
 from .nebulae import dust_transmission, emission
 from .noise import add_noise
 from .optics import draw_optics
 from .processing import process_pair
 from .stars import star_layer
 from .stretch import stretch_pair
+
+# Pixels around each frame: what leaves it on one side comes back on the other, as everything that
+# comes out of a discrete Fourier transform.
+_MARGIN = 32
 
 
 @dataclass
@@ -32,18 +37,35 @@ class Layers:
     galaxies: torch.Tensor
 
 
-def compute_layers(dice, batch, size):
-    """Draws the layers of a batch of scenes."""
-    optics = draw_optics(dice, batch, size)
-    small, catalogue = small_galaxies(dice, batch, size, optics.width)
-    objects = emission(dice, batch, size) + large_galaxies(dice, batch, size, optics.width)
-    objects = (objects + small) * dust_transmission(dice, batch, size)
-    objects = objects + comets(dice, batch, size)
+def compute_layers(dice, batch, size, mix=USUAL):
+    """Draws the layers of a batch of scenes that have things as often as the mix says."""
+    wide = size + 2 * _MARGIN
+    optics = draw_optics(dice, batch, wide)
+    small, catalogue = small_galaxies(dice, batch, wide, optics.width, mix)
+    objects = emission(dice, batch, wide, mix) + large_galaxies(
+        dice, batch, wide, optics.width, mix
+    )
+    objects = (objects + small) * dust_transmission(dice, batch, wide)
+    objects = objects + comets(dice, batch, wide)
     level = dice.log_uniform(0.0003, 0.06, batch)
-    sky = sky_background(dice, batch, size) + objects
+    sky = sky_background(dice, batch, wide) + objects
     sky = convolve(sky * level[:, None, None, None], optics.transfer).clamp(min=0.0)
-    stars = star_layer(dice, batch, size, optics, level)
-    return Layers(sky, stars, level, optics.width, catalogue)
+    stars = star_layer(dice, batch, wide, optics, level)
+    inside = (..., slice(_MARGIN, _MARGIN + size), slice(_MARGIN, _MARGIN + size))
+    # Copies, so that a pool of scenes does not keep their margins.
+    return Layers(
+        sky[inside].clone(),
+        stars[inside].clone(),
+        level,
+        optics.width,
+        _inside_frame(catalogue, size),
+    )
+
+
+def _inside_frame(catalogue, size):
+    places = catalogue[:, 1:3] - _MARGIN
+    inside = ((places >= 0.0) & (places <= size - 1.0)).all(dim=1)
+    return torch.cat((catalogue[:, :1], places, catalogue[:, 3:]), dim=1)[inside]
 
 
 def develop(dice, sky, stars, level, star_scale=None):

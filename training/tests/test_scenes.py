@@ -5,12 +5,14 @@ import sys
 import unittest
 
 import torch
+from torch.nn.functional import avg_pool2d
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
 from nebulex_training.dice import Dice
 from nebulex_training.fields import convolve, power_law_field
-from nebulex_training.galaxies import large_galaxies
+from nebulex_training.galaxies import _places, large_galaxies
+from nebulex_training.mix import HARD, USUAL, Mix
 from nebulex_training.optics import draw_optics
 from nebulex_training.processing import _jpeg, shrink_pair
 from nebulex_training.scenes import compute_layers, develop
@@ -29,6 +31,32 @@ class Scenes(unittest.TestCase):
                 self.assertTrue(torch.isfinite(picture).all(), f"seed {seed}")
                 self.assertGreaterEqual(float(picture.min()), 0.0)
                 self.assertLessEqual(float(picture.max()), 1.0)
+
+    def test_what_leaves_the_frame_does_not_come_back_on_the_other_side(self):
+        alike = []
+        for seed in range(16):
+            light = compute_layers(Dice(seed), 1, SIZE).stars[0, 1]
+            edges = torch.stack((light[0], light[-1]))
+            alike.append(float(torch.nan_to_num(torch.corrcoef(edges))[0, 1]))
+        # Neighbours on a torus would be nearly the same.
+        self.assertLess(sorted(alike)[8], 0.5)
+
+    def test_catalogued_galaxies_are_where_the_light_is(self):
+        layers = compute_layers(Dice(2), 8, SIZE, HARD)
+        scene, row, column, _ = layers.galaxies.T
+        self.assertGreater(row.numel(), 20)
+        self.assertGreaterEqual(float(torch.minimum(row, column).min()), 0.0)
+        self.assertLessEqual(float(torch.maximum(row, column).max()), SIZE - 1.0)
+        scene, row, column = scene.long(), row.round().long(), column.round().long()
+        sky = layers.sky[:, 1]
+        around = avg_pool2d(sky[:, None], 25, stride=1, padding=12, count_include_pad=False)[:, 0]
+        here, beside = sky[scene, row, column], around[scene, row, column]
+        # Beside galaxies it is about half; some lie on steep nebulae.
+        self.assertGreater(float((here > beside).float().mean()), 0.7)
+
+    def test_the_hard_mix_has_more_of_what_stays(self):
+        usual, hard = (_places(Dice(1), 400, SIZE, mix)[0].numel() for mix in (USUAL, HARD))
+        self.assertGreater(hard, 1.3 * usual)
 
     def test_the_same_seed_gives_the_same_pictures(self):
         pictures = []
@@ -52,7 +80,7 @@ class Scenes(unittest.TestCase):
 
     def test_a_galaxy_of_few_star_widths_is_no_beacon(self):
         def brightest(width):
-            light = large_galaxies(Dice(3), 24, SIZE, torch.full((24,), width), 1.0, 0.0)
+            light = large_galaxies(Dice(3), 24, SIZE, torch.full((24,), width), Mix(1.0, 0.0))
             return float(light.max())
 
         # Half-light radii of bulges are 20.5 pixels at most: 2.05 of the wide stars.
@@ -60,7 +88,7 @@ class Scenes(unittest.TestCase):
         self.assertGreater(brightest(1.2), 100.0)
 
     def test_elliptical_galaxies_are_no_images_of_stars(self):
-        light = large_galaxies(Dice(3), 24, SIZE, torch.full((24,), 4.0), 0.0, 1.0)[:, 1]
+        light = large_galaxies(Dice(3), 24, SIZE, torch.full((24,), 4.0), Mix(0.0, 1.0))[:, 1]
         peak = light.flatten(1).amax(dim=1)[:, None, None]
         area = (light > 0.5 * peak).flatten(1).sum(dim=1)
         # With a half-light radius of 8 widths, index 1.6 and core 0.076 one is half as bright 0.259

@@ -1,0 +1,20 @@
+"""How often a scene has what."""
+
+from dataclasses import dataclass
+
+
+@dataclass(frozen=True)
+class Mix:
+    """Shares of the scenes that have a large spiral, an elliptical, a shell, a cluster of small
+    galaxies, and the most small galaxies outside of clusters."""
+
+    spirals: float = 0.3
+    ellipticals: float = 0.14
+    shells: float = 0.18
+    galaxy_clusters: float = 0.15
+    most_small_galaxies: int = 30
+
+
+USUAL = Mix()
+# More of what is rare and easily taken for a star, to learn from.
+HARD = Mix(0.4, 0.22, 0.35, 0.3, 60)
