@@ -19,6 +19,7 @@ from .stretch import stretch_pair
 # Pixels around each frame: what leaves it on one side comes back on the other, as everything that
 # comes out of a discrete Fourier transform.
 _MARGIN = 32
+_BRIGHTEST_SKY = 0.9  # times what saturates
 
 
 @dataclass
@@ -47,9 +48,13 @@ def compute_layers(dice, batch, size, mix=USUAL):
     )
     objects = (objects + small) * dust_transmission(dice, batch, wide)
     objects = objects + comets(dice, batch, wide)
-    level = dice.log_uniform(0.0003, 0.06, batch)
     sky = sky_background(dice, batch, wide) + objects
-    sky = convolve(sky * level[:, None, None, None], optics.transfer).clamp(min=0.0)
+    sky = convolve(sky, optics.transfer).clamp(min=0.0)
+    # People expose so that nothing but stars saturates. The white disc that would be left of a
+    # galaxy else is that of a star.
+    brightest = sky.flatten(1).amax(dim=1)
+    level = torch.minimum(dice.log_uniform(0.0003, 0.06, batch), _BRIGHTEST_SKY / brightest)
+    sky = sky * level[:, None, None, None]
     stars = star_layer(dice, batch, wide, optics, level)
     inside = (..., slice(_MARGIN, _MARGIN + size), slice(_MARGIN, _MARGIN + size))
     # Copies, so that a pool of scenes does not keep their margins.

@@ -41,6 +41,12 @@ class Scenes(unittest.TestCase):
         # Neighbours on a torus would be nearly the same.
         self.assertLess(sorted(alike)[8], 0.5)
 
+    def test_nothing_but_stars_saturates(self):
+        skies = [compute_layers(Dice(seed), 2, SIZE, Mix(1.0, 1.0)).sky for seed in range(12)]
+        peaks = torch.cat(skies).flatten(1).amax(dim=1)
+        self.assertLess(float(peaks.max()), 1.0)
+        self.assertGreater(float(peaks.max()), 0.85)
+
     def test_catalogued_galaxies_are_where_the_light_is(self):
         layers = compute_layers(Dice(2), 8, SIZE, HARD)
         scene, row, column, _ = layers.galaxies.T
