@@ -18,3 +18,18 @@ class AveragedNetwork:
         decay = min(self._decay, (1.0 + step) / (10.0 + step))
         for mine, theirs in zip(self.network.parameters(), network.parameters()):
             mine.lerp_(theirs, 1.0 - decay)
+
+
+@torch.no_grad()
+def blended(network, other, share):
+    """A network whose weights lie between those of two: 0 is the first's, 1 the other's.
+
+    Raises ValueError where their shapes differ. It is worth something where one was trained on from
+    the other.
+    """
+    if network.shape != other.shape:
+        raise ValueError("Networks of different shapes have no weights between them.")
+    result = copy.deepcopy(network)
+    for parameter, aim in zip(result.parameters(), other.parameters()):
+        parameter.lerp_(aim, share)
+    return result

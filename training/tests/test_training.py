@@ -12,6 +12,7 @@ import torch
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
+from nebulex_training.average import blended
 from nebulex_training.checkpoint import read_newest_checkpoint, write_checkpoint
 from nebulex_training.dice import Dice
 from nebulex_training.exporting import export_model
@@ -92,6 +93,18 @@ class Network(unittest.TestCase):
                 self.assertEqual(loaded.shape, network.shape)
                 for key, value in network.state_dict().items():
                     self.assertTrue(torch.equal(loaded.state_dict()[key], value), key)
+
+    def test_blended_weights_lie_between_those_of_two_networks(self):
+        first, second = StarNet(TINY), StarNet(TINY)
+        for network, value in ((first, 1.0), (second, 3.0)):
+            for parameter in network.parameters():
+                torch.nn.init.constant_(parameter, value)
+        for share, expected in ((0.0, 1.0), (0.25, 1.5), (1.0, 3.0)):
+            for parameter in blended(first, second, share).parameters():
+                self.assertTrue(torch.equal(parameter, torch.full_like(parameter, expected)))
+        self.assertEqual(float(first.inp.bias[0]), 1.0)
+        with self.assertRaises(ValueError):
+            blended(first, StarNet(Shape((8, 8, 8, 8, 8), (1, 1, 1, 1, 2))), 0.5)
 
     def test_the_shipped_weights_take_stars_away(self):
         network = load_network(SHIPPED).eval()
