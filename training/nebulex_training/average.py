@@ -1,4 +1,4 @@
-"""The exponential moving average of the weights, which is what gets exported."""
+"""Averages of weights: the exponential moving one of a training, and those between two networks."""
 
 import copy
 
@@ -24,9 +24,11 @@ class AveragedNetwork:
 def blended(network, other, share):
     """A network whose weights lie between those of two: 0 is the first's, 1 the other's.
 
-    Raises ValueError where their shapes differ. It is worth something where one was trained on from
-    the other.
+    Raises ValueError where their shapes differ and for another share. It is worth something where
+    one was trained on from the other.
     """
+    if not 0.0 <= share <= 1.0:
+        raise ValueError("The share is a number from 0 to 1.")
     if network.shape != other.shape:
         raise ValueError("Networks of different shapes have no weights between them.")
     result = copy.deepcopy(network)

@@ -17,4 +17,6 @@ class Mix:
 
 USUAL = Mix()
 # More of what is rare and easily taken for a star, to learn from.
-HARD = Mix(0.4, 0.22, 0.35, 0.3, 60)
+HARD = Mix(
+    spirals=0.4, ellipticals=0.22, shells=0.35, galaxy_clusters=0.3, most_small_galaxies=60
+)

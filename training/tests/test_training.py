@@ -105,6 +105,8 @@ class Network(unittest.TestCase):
         self.assertEqual(float(first.inp.bias[0]), 1.0)
         with self.assertRaises(ValueError):
             blended(first, StarNet(Shape((8, 8, 8, 8, 8), (1, 1, 1, 1, 2))), 0.5)
+        with self.assertRaises(ValueError):
+            blended(first, second, 1.5)
 
     def test_the_shipped_weights_take_stars_away(self):
         network = load_network(SHIPPED).eval()
