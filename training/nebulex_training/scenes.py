@@ -55,7 +55,7 @@ def compute_layers(dice, batch, size, mix=USUAL):
     brightest = sky.flatten(1).amax(dim=1)
     level = torch.minimum(dice.log_uniform(0.0003, 0.06, batch), _BRIGHTEST_SKY / brightest)
     sky = sky * level[:, None, None, None]
-    stars = star_layer(dice, batch, wide, optics, level)
+    stars = star_layer(dice, batch, wide, optics, level, mix)
     inside = (..., slice(_MARGIN, _MARGIN + size), slice(_MARGIN, _MARGIN + size))
     # Copies, so that a pool of scenes does not keep their margins.
     return Layers(

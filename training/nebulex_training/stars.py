@@ -9,12 +9,12 @@ _MOST_SATURATED = 0.025  # share of a scene's pixels
 _MOST_GLOW = 0.3  # times the sky: starlight on the darkest fifth of a scene
 
 
-def star_layer(dice, batch, size, optics, sky_level):
+def star_layer(dice, batch, size, optics, sky_level, mix):
     """batch x 3 x size x size light of the stars alone; 1 is where the camera saturates.
 
     sky_level holds the brightness of each scene's sky in the same unit.
     """
-    scene, row, column, peak = _stars(dice, batch, size, optics.width, sky_level)
+    scene, row, column, peak = _stars(dice, batch, size, optics.width, sky_level, mix)
     flux = peak / optics.peak.mean(dim=1)[scene]
     colour = _colours(dice, scene.numel()) * _channel_gains(dice, batch)[scene]
     points = _points(scene, row, column, flux[:, None] * colour, batch, size)
@@ -32,7 +32,7 @@ def _within_reason(light, sky_level):
     return light * scale.clamp(max=1.0)[:, None, None, None]
 
 
-def _stars(dice, batch, size, width, sky_level):
+def _stars(dice, batch, size, width, sky_level, mix):
     scenes, rows, columns, peaks = [], [], [], []
     levels, widths = sky_level.tolist(), width.tolist()
     for scene in range(batch):
@@ -45,7 +45,7 @@ def _stars(dice, batch, size, width, sky_level):
         if dice.happens(0.12):
             group_row, group_column = _group(dice, size)
             row, column = torch.cat((row, group_row)), torch.cat((column, group_column))
-        peak = _peaks(dice, row.numel(), levels[scene])
+        peak = _peaks(dice, row.numel(), levels[scene], mix)
         row, column, peak = _with_companions(dice, row, column, peak, widths[scene])
         scenes.append(torch.full((row.numel(),), scene, device=dice.device))
         rows.append(row)
@@ -77,13 +77,13 @@ def _group(dice, size):
     )
 
 
-def _peaks(dice, count, sky_level):
+def _peaks(dice, count, sky_level, mix):
     """Peak brightnesses by a power law."""
     faintest = sky_level * dice.one_log(0.03, 1.5)
     exponent = dice.one(1.4, 2.2)
     share = dice.uniform(1e-6, 1.0, count)
     peak = (faintest * share ** (-1.0 / (exponent - 1.0))).clamp(max=_BRIGHTEST)
-    if dice.happens(0.65):  # bright ones with all that only they show, more than the law has
+    if dice.happens(mix.bright_stars):  # with all that only they show, more than the law has
         bright = min(count, int(dice.one_log(1.0, 40.0)))
         peak[:bright] = dice.log_uniform(0.05, _BRIGHTEST, bright)
     return peak

@@ -16,7 +16,7 @@ from nebulex_training.mix import HARD, USUAL, Mix
 from nebulex_training.optics import draw_optics
 from nebulex_training.processing import _jpeg, shrink_pair
 from nebulex_training.scenes import compute_layers, develop
-from nebulex_training.stars import _points, _within_reason
+from nebulex_training.stars import _peaks, _points, _within_reason
 from nebulex_training.stretch import mtf, stretch_pair
 
 SIZE = 128
@@ -63,6 +63,14 @@ class Scenes(unittest.TestCase):
     def test_the_hard_mix_has_more_of_what_stays(self):
         usual, hard = (_places(Dice(1), 400, SIZE, mix)[0].numel() for mix in (USUAL, HARD))
         self.assertGreater(hard, 1.3 * usual)
+
+    def test_bright_stars_come_as_often_as_the_mix_says(self):
+        # The law alone has none brighter than 0.045 in most of these scenes of ten stars.
+        for share in (0.0, 0.5, 1.0):
+            mix = Mix(bright_stars=share)
+            brightest = [_peaks(Dice(seed), 10, 1e-6, mix).max() for seed in range(400)]
+            bright = (torch.stack(brightest) > 0.045).float().mean()
+            self.assertAlmostEqual(float(bright), share, delta=0.06)
 
     def test_the_same_seed_gives_the_same_pictures(self):
         pictures = []
