@@ -14,8 +14,8 @@ _OPSET = 16
 # All of these are carried out by the CPU, CUDA and DirectML providers of ONNX Runtime.
 _OPERATORS = {
     "Abs", "Add", "AveragePool", "Clip", "Concat", "Conv", "ConvTranspose", "DepthToSpace", "Div",
-    "Max", "Min", "Mul", "Neg", "Relu", "Reshape", "Resize", "Sigmoid", "Slice", "Split", "Sqrt",
-    "Sub", "Transpose",
+    "Max", "MaxPool", "Min", "Mul", "Neg", "ReduceMean", "Relu", "Reshape", "Resize", "Sigmoid",
+    "Slice", "Split", "Sqrt", "Sub", "Transpose",
 }  # fmt: skip
 
 

@@ -16,6 +16,7 @@ import torch
 from torch import nn
 import torch.nn.functional as F
 
+from .restraint import restrained
 from .surroundings import grain, spread
 
 
@@ -135,7 +136,10 @@ class StarNet(nn.Module):
         filling = filling + torch.sigmoid(borrowed) * (spread(result, trust) - filling)
         if not self.training:  # no loss could tell which grain is right
             filling = filling + grain(result, trust)
-        return result + share * (filling - result)
+        result = result + share * (filling - result)
+        if not self.training:  # training needs the slope of what it takes, however little that is
+            result = restrained(picture, result)
+        return result
 
 
 class TileModel(nn.Module):

@@ -32,11 +32,11 @@ def spread(picture, trust):
     """
     light, weight = [picture * trust], [trust]
     for _ in range(_HALVINGS):
-        average = _averages(weight[-1], 2, stride=2)
+        average = averages(weight[-1], 2, stride=2)
         enough = average.clamp(min=0.25)  # a quarter of four cells is one
-        light.append(_averages(light[-1], 2, stride=2) / enough)
+        light.append(averages(light[-1], 2, stride=2) / enough)
         weight.append(average / enough)
-    result = _wide(light[-1], 5) / (_wide(weight[-1], 5) + _LEAST_WEIGHT)
+    result = wide_averages(light[-1], 5) / (wide_averages(weight[-1], 5) + _LEAST_WEIGHT)
     result = light.pop() + (1.0 - weight.pop()) * result
     while light:
         wider = F.interpolate(result, scale_factor=2.0, mode="bilinear", align_corners=False)
@@ -51,7 +51,8 @@ def grain(picture, trust):
     is as strong as the grain of one of them; their mean would be a smooth disc. Rows and columns are
     at least as many as the farthest place is away; over the edge, the far side of the picture serves.
     """
-    smooth = _wide(picture * trust, _GRAIN_SIDE) / (_wide(trust, _GRAIN_SIDE) + _LEAST_WEIGHT)
+    weights = wide_averages(trust, _GRAIN_SIDE) + _LEAST_WEIGHT
+    smooth = wide_averages(picture * trust, _GRAIN_SIDE) / weights
     detail = _without_outliers(picture - smooth, trust)
     detail, squares = _framed(detail * trust), _framed(trust * trust)
     rows, columns = (int(side) for side in picture.shape[-2:])
@@ -69,10 +70,10 @@ def _without_outliers(detail, trust):
 
     What is usual is the square of the mean root, which few large values move less than a mean.
     """
-    roots = _averages(torch.sqrt(detail.abs()) * trust, _GRAIN_CELL, stride=_GRAIN_CELL)
-    weights = _averages(trust, _GRAIN_CELL, stride=_GRAIN_CELL) + _LEAST_WEIGHT
+    roots = averages(torch.sqrt(detail.abs()) * trust, _GRAIN_CELL, stride=_GRAIN_CELL)
+    weights = averages(trust, _GRAIN_CELL, stride=_GRAIN_CELL) + _LEAST_WEIGHT
     root = F.interpolate(
-        _wide(roots, 3) / _wide(weights, 3),
+        wide_averages(roots, 3) / wide_averages(weights, 3),
         scale_factor=float(_GRAIN_CELL), mode="bilinear", align_corners=False,
     )  # fmt: skip
     limit = _MOST_GRAIN * root * root
@@ -85,10 +86,11 @@ def _framed(plane):
     return torch.cat((plane[..., -_FARTHEST:], plane, plane[..., :_FARTHEST]), dim=-1)
 
 
-def _wide(plane, side):
-    """Averages of side x side cells, for spread() those that see past a star larger than a cell."""
-    return _averages(plane, side, stride=1, padding=side // 2)
+def wide_averages(plane, side):
+    """Averages of side x side cells around each, as many of them as there are at the edge."""
+    return averages(plane, side, stride=1, padding=side // 2)
 
 
-def _averages(plane, side, **steps):
+def averages(plane, side, **steps):
+    """Averages of side x side cells."""
     return F.avg_pool2d(plane, side, count_include_pad=False, **steps)  # else exported with a Pad

@@ -22,6 +22,7 @@ from nebulex_training.losses import pixel_loss, pixel_weights, star_mask, textur
 from nebulex_training.measures import Sums
 from nebulex_training.network import Doubling, Shape, StarNet
 from nebulex_training.pool import ScenePool
+from nebulex_training.restraint import restrained
 from nebulex_training.surroundings import grain, spread
 from nebulex_training.trainer import LossWeights, Plan, Trainer
 from nebulex_training.weights import load_network, save_network
@@ -45,6 +46,55 @@ def plan_in(folder, steps):
         losses=LossWeights(texture=0.01, adversarial=0.001), critic_from=0.0, report_steps=2,
         checkpoint_seconds=1e9, validation_scenes=2, validation_size=64,
     )  # fmt: skip
+
+
+class Restraint(unittest.TestCase):
+    """Around a blob of height 0.5, 4.7 pixels wide, on a sky of 0.25."""
+
+    def setUp(self):
+        at = torch.arange(96.0) - 47.5
+        square = at[:, None] ** 2 + at[None] ** 2
+        self.blob = (0.5 * torch.exp(-square / 8.0)).expand(1, 3, 96, 96)
+        self.picture = 0.25 + self.blob
+
+    def test_a_tenth_taken_is_given_back_to_the_last_bit(self):
+        result = self.picture - 0.1 * self.blob
+        self.assertTrue(torch.equal(restrained(self.picture, result), self.picture))
+
+    def test_a_tenth_added_is_taken_back_too(self):
+        result = self.picture + 0.1 * self.blob
+        self.assertTrue(torch.equal(restrained(self.picture, result), self.picture))
+
+    def test_what_goes_with_most_of_its_light_stays_away(self):
+        for share in (0.6, 1.0):
+            result = self.picture - share * self.blob
+            kept = restrained(self.picture, result)
+            # Of its faintest wings as much stays as of any sky.
+            self.assertLess(float((kept - result).abs().max()), 3e-4)
+
+    def test_a_star_beside_a_galaxy_goes_and_the_galaxy_stays(self):
+        galaxy, star = self.blob.roll(-24, dims=-1), self.blob.roll(24, dims=-1)
+        picture = 0.25 + galaxy + star
+        kept = restrained(picture, picture - 0.08 * galaxy - star)
+        self.assertTrue(torch.equal(kept[..., :40], picture[..., :40]))
+        self.assertLess(float((kept - 0.25)[..., 52:].abs().max()), 3e-4)
+
+    def test_of_a_flat_sky_little_is_left_and_much_is_taken(self):
+        sky = torch.full((1, 3, 64, 96), 0.25)
+        # Nothing stands out of it, so these are shares of 0.005: 0.1, 0.225 and 0.6.
+        for taken, goes in ((0.0005, 0.0), (0.001125, 0.5), (0.003, 1.0)):
+            expected = sky - goes * taken
+            self.assertTrue(torch.allclose(restrained(sky, sky - taken), expected, atol=1e-6))
+
+    def test_a_trained_network_leaves_what_it_takes_little_of(self):
+        network = StarNet(TINY)
+        torch.nn.init.constant_(network.fill.bias[12:16], -20.0)  # replaces nothing
+        torch.nn.init.constant_(network.out.bias, 0.0004)  # and takes a little everywhere
+        with torch.no_grad():
+            taken = self.picture - network(self.picture)
+            left = network.eval()(self.picture)
+        self.assertTrue(torch.allclose(taken, torch.tensor(0.0004), atol=1e-6))
+        self.assertTrue(torch.equal(left, self.picture))
 
 
 class Network(unittest.TestCase):
