@@ -3,7 +3,7 @@
 For each pixel it gives light to subtract, as a faint star or a halo needs it, and a filling with
 the share of it, as a saturated star needs it, whose edge is too sharp to be subtracted. How much of
 the filling is spread from the trusted pixels around, and which these are, it says too: that carries
-any colour of a sky under its stars.
+any colour of a sky under its stars. What was taken only a little of is given back at last.
 
 It works at 1/2, 1/4, 1/8, 1/16 and 1/32 of the size: 3 x 3 convolutions in pairs with one ReLU, a
 2 x 2 convolution of stride 2 down, a transposed one up, skips added, no normalisation. The last

@@ -11,14 +11,14 @@ from .surroundings import averages, wide_averages
 _CELL = 4  # pixels
 _SURROUNDINGS = 7  # cells on a side; what rises above their average stands out
 _NOTHING = 0.005  # what stands out of any sky, so that it is left where next to nothing was taken
-_LEAVES, _TAKES = 0.15, 0.3  # shares of what stands out: up to one all is left, from the other on none
+_LEAVES, _TAKES = 0.15, 0.3  # of what stands out: up to here all is left, from there on nothing
 
 
 def restrained(picture, result):
     """The result with what it takes given back where that is little: batch x 3 x rows x columns.
 
-    Rows and columns are multiples of 4, and at least 28. Where all is given back the pixels are the
-    picture's, to the last bit.
+    Rows and columns are multiples of 4. Where all is given back the pixels are the picture's, to
+    the last bit.
     """
     taken = picture - result
     light = _cells(picture)
