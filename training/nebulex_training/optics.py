@@ -27,15 +27,15 @@ class Optics:
     width: torch.Tensor
 
 
-def draw_optics(dice, batch, size):
-    """Optics as different as telescopes, nights and owners are."""
+def draw_optics(dice, batch, size, mix):
+    """Optics as different as telescopes, nights and owners are, as often as the Mix says."""
     width = dice.log_uniform(1.2, 7.5, batch)
     width = torch.where(dice.chance(0.06, batch) > 0, dice.uniform(7.0, 11.0, batch), width)
     core = _seeing(dice, width, size)
     blurred = torch.nonzero(dice.chance(0.3, batch))[:, 0]
     if blurred.numel():
         core[blurred] = core[blurred] * _diffraction(dice, width[blurred], size)
-    wings = _wings(dice, batch, size, width)
+    wings = _wings(dice, batch, size, width, mix)
     share = wings.flatten(2).sum(dim=2)[:, :, None, None]
     transfer = core * ((1.0 - share) + torch.fft.rfft2(wings))
     spread = torch.fft.irfft2(transfer, s=(size, size))
@@ -145,12 +145,14 @@ def _share(dice, low, high, probability, batch):
     return (share * torch.exp(0.15 * dice.normal(batch, 3)))[:, :, None, None]
 
 
-def _wings(dice, batch, size, width):
+def _wings(dice, batch, size, width, mix):
     """batch x 3 x size x size: where the light goes that misses the core."""
     rows, columns = torus_offsets(size, dice.device)
     radius = torch.sqrt(rows**2 + columns**2)[None, None]
     azimuth = torch.atan2(rows.expand(size, size), columns.expand(size, size))[None, None]
     halo = _unit_sum(_halo(dice, batch, radius, azimuth))
+    if mix.coloured_halos:
+        halo = halo * _tints(dice, batch, mix.coloured_halos)
     wings = _share(dice, 0.004, 0.4, 0.8, batch) * halo
     wings = wings + _share(dice, 0.002, 0.09, 0.45, batch) * _unit_sum(
         _spikes(dice, batch, rows, columns, width)
@@ -158,11 +160,21 @@ def _wings(dice, batch, size, width):
     wings = wings + _share(dice, 0.0005, 0.02, 0.3, batch) * _unit_sum(
         _reflection(dice, batch, rows, columns)
     )
+    if mix.small_reflections:  # of large cameras, shrunk for the web
+        disc = _unit_sum(_reflection(dice, batch, rows, columns, 3.0, 14.0))
+        share = _share(dice, 0.003, 0.12, mix.small_reflections, batch)
+        wings = wings + share * _tints(dice, batch, 1.0) * disc
     if dice.happens(0.06):
         wings = wings + _share(dice, 0.0005, 0.006, 1.0, batch) * _unit_sum(
             _microlenses(dice, batch, rows, columns, radius)
         )
     return wings
+
+
+def _tints(dice, batch, share):
+    """batch x 3 x 1 x 1 colours, 1 at most: strong ones for such a share, white for the others."""
+    tint = torch.exp(0.6 * dice.chance(share, batch, 1) * dice.normal(batch, 3))
+    return (tint / tint.amax(dim=1, keepdim=True))[:, :, None, None]
 
 
 def _halo(dice, batch, radius, azimuth):
@@ -200,15 +212,19 @@ def _spikes(dice, batch, rows, columns, width):
     return total
 
 
-def _reflection(dice, batch, rows, columns):
-    """Light thrown back by a filter: an even disc or ring, a little beside the star."""
-    place = 8.0 * dice.normal(batch, 2)[:, :, None, None]
+def _reflection(dice, batch, rows, columns, smallest=10.0, largest=110.0):
+    """Light thrown back by a filter: an even disc or ring, a little beside the star.
+
+    Its radius, in pixels, lies between the smallest and the largest.
+    """
+    place = (largest / 13.75) * dice.normal(batch, 2)[:, :, None, None]
     distance = torch.sqrt((rows - place[:, :1]) ** 2 + (columns - place[:, 1:]) ** 2)
-    radius = dice.log_uniform(10.0, 110.0, batch, 1, 1, 1)
+    radius = dice.log_uniform(smallest, largest, batch, 1, 1, 1)
     edge = dice.log_uniform(0.8, 6.0, batch, 1, 1, 1)
     disc = torch.sigmoid((radius - distance) / edge)
     hole = dice.uniform(0.0, 0.5, batch, 1, 1, 1) * radius
     ring = disc * (1.0 - 0.8 * torch.sigmoid((hole - distance) / edge))
+    # It goes again when each colour gets the same sum; drawn so that seeds keep their scenes.
     tint = torch.exp(0.6 * dice.normal(batch, 3))[:, :, None, None]
     return ring * tint
 

@@ -13,6 +13,7 @@ from .nebulae import dust_transmission, emission
 from .noise import add_noise
 from .optics import draw_optics
 from .processing import process_pair
+from .reflections import reflection_nebulae
 from .stars import star_layer
 from .stretch import stretch_pair
 
@@ -41,12 +42,13 @@ class Layers:
 def compute_layers(dice, batch, size, mix=USUAL):
     """Draws the layers of a batch of scenes that have things as often as the mix says."""
     wide = size + 2 * _MARGIN
-    optics = draw_optics(dice, batch, wide)
+    optics = draw_optics(dice, batch, wide, mix)
     small, catalogue = small_galaxies(dice, batch, wide, optics.width, mix)
     objects = emission(dice, batch, wide, mix) + large_galaxies(
         dice, batch, wide, optics.width, mix
     )
-    objects = (objects + small) * dust_transmission(dice, batch, wide)
+    lit, lighting = reflection_nebulae(dice, batch, wide, mix.reflection_nebulae)
+    objects = (objects + small + lit) * dust_transmission(dice, batch, wide)
     objects = objects + comets(dice, batch, wide)
     sky = sky_background(dice, batch, wide) + objects
     sky = convolve(sky, optics.transfer).clamp(min=0.0)
@@ -55,7 +57,7 @@ def compute_layers(dice, batch, size, mix=USUAL):
     brightest = sky.flatten(1).amax(dim=1)
     level = torch.minimum(dice.log_uniform(0.0003, 0.06, batch), _BRIGHTEST_SKY / brightest)
     sky = sky * level[:, None, None, None]
-    stars = star_layer(dice, batch, wide, optics, level, mix)
+    stars = star_layer(dice, batch, wide, optics, level, mix, lighting)
     inside = (..., slice(_MARGIN, _MARGIN + size), slice(_MARGIN, _MARGIN + size))
     # Copies, so that a pool of scenes does not keep their margins.
     return Layers(

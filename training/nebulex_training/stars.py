@@ -5,16 +5,21 @@ import torch
 from .fields import convolve
 
 _BRIGHTEST = 400.0  # times the level where the camera saturates, at the star's peak
+_BRIGHTEST_BEACON = 4000.0
 _MOST_SATURATED = 0.025  # share of a scene's pixels
 _MOST_GLOW = 0.3  # times the sky: starlight on the darkest fifth of a scene
 
 
-def star_layer(dice, batch, size, optics, sky_level, mix):
+def star_layer(dice, batch, size, optics, sky_level, mix, lighting):
     """batch x 3 x size x size light of the stars alone; 1 is where the camera saturates.
 
-    sky_level holds the brightness of each scene's sky in the same unit.
+    sky_level holds the brightness of each scene's sky in the same unit, lighting rows of scene,
+    row and column where a bright star has to stand.
     """
     scene, row, column, peak = _stars(dice, batch, size, optics.width, sky_level, mix)
+    scene = torch.cat((scene, lighting[:, 0].long()))
+    row, column = torch.cat((row, lighting[:, 1])), torch.cat((column, lighting[:, 2]))
+    peak = torch.cat((peak, dice.log_uniform(0.3, _BRIGHTEST, len(lighting))))
     flux = peak / optics.peak.mean(dim=1)[scene]
     colour = _colours(dice, scene.numel()) * _channel_gains(dice, batch)[scene]
     points = _points(scene, row, column, flux[:, None] * colour, batch, size)
@@ -86,6 +91,8 @@ def _peaks(dice, count, sky_level, mix):
     if dice.happens(mix.bright_stars):  # with all that only they show, more than the law has
         bright = min(count, int(dice.one_log(1.0, 40.0)))
         peak[:bright] = dice.log_uniform(0.05, _BRIGHTEST, bright)
+    if mix.beacons and dice.happens(mix.beacons):
+        peak[-1] = dice.one_log(_BRIGHTEST, _BRIGHTEST_BEACON)
     return peak
 
 

@@ -10,14 +10,16 @@ from torch.nn.functional import avg_pool2d
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
 from nebulex_training.dice import Dice
-from nebulex_training.fields import convolve, power_law_field
+from nebulex_training.fields import convolve, power_law_field, torus_offsets
 from nebulex_training.galaxies import _places, large_galaxies
 from nebulex_training.mix import HARD, USUAL, Mix
-from nebulex_training.optics import draw_optics
+from nebulex_training.optics import _reflection, _tints, draw_optics
 from nebulex_training.processing import _jpeg, shrink_pair
+from nebulex_training.reflections import reflection_nebulae
 from nebulex_training.scenes import compute_layers, develop
-from nebulex_training.stars import _peaks, _points, _within_reason
+from nebulex_training.stars import _peaks, _points, _within_reason, star_layer
 from nebulex_training.stretch import mtf, stretch_pair
+from preview import draw_sheet
 
 SIZE = 128
 
@@ -71,6 +73,50 @@ class Scenes(unittest.TestCase):
             brightest = [_peaks(Dice(seed), 10, 1e-6, mix).max() for seed in range(400)]
             bright = (torch.stack(brightest) > 0.045).float().mean()
             self.assertAlmostEqual(float(bright), share, delta=0.06)
+
+    def test_bright_stars_stand_in_reflection_nebulae(self):
+        size = 192
+        light, stars = reflection_nebulae(Dice(4), 24, size, 0.5)
+        self.assertEqual(light.shape, (24, 3, size, size))
+        self.assertGreaterEqual(float(light.min()), 0.0)
+        with_one = light.flatten(1).amax(dim=1) > 0.0
+        self.assertEqual(stars[:, 0].tolist(), torch.nonzero(with_one)[:, 0].tolist())
+        self.assertTrue(8 <= len(stars) <= 16)
+        self.assertTrue(((stars[:, 1:] >= 0.0) & (stars[:, 1:] <= size - 1.0)).all())
+        # It is light around the star: the nearest quarter of the frame has the more of it.
+        steps = torch.arange(float(size))
+        nearer = 0
+        for scene, row, column in stars.tolist():
+            distance = torch.hypot(steps[:, None] - row, steps[None] - column)
+            near = distance <= distance.flatten().quantile(0.25)
+            plane = light[int(scene), 2]
+            nearer += bool(plane[near].mean() > plane[~near].mean())
+        self.assertGreaterEqual(nearer, 0.8 * len(stars))
+
+    def test_a_share_of_0_draws_no_reflection_nebulae(self):
+        dice = Dice(4)
+        light, stars = reflection_nebulae(dice, 2, 32, 0.0)
+        self.assertEqual((float(light.max()), len(stars)), (0.0, 0))
+        self.assertEqual(float(dice.uniform(0.0, 1.0, 1)), float(Dice(4).uniform(0.0, 1.0, 1)))
+
+    def test_a_star_stands_where_a_nebula_is_lit(self):
+        optics = draw_optics(Dice(1), 2, SIZE, USUAL)
+        lighting = torch.tensor([[1.0, 40.0, 90.0]])
+        none = torch.zeros(0, 3)
+        level = torch.full((2,), 0.06)
+        light, without = (
+            star_layer(Dice(8), 2, SIZE, optics, level, USUAL, rows) for rows in (lighting, none)
+        )
+        added = (light - without)[:, 1]
+        self.assertEqual(divmod(int(added[1].argmax()), SIZE), (40, 90))
+        self.assertGreater(float(added[1].max()), 0.2)
+
+    def test_beacons_come_as_often_as_the_mix_says(self):
+        for share in (0.0, 0.5):
+            mix = Mix(beacons=share)
+            peaks = torch.stack([_peaks(Dice(seed), 10, 1e-6, mix).max() for seed in range(400)])
+            self.assertAlmostEqual(float((peaks > 400.0).float().mean()), share, delta=0.06)
+            self.assertLessEqual(float(peaks.max()), 4000.0)
 
     def test_the_same_seed_gives_the_same_pictures(self):
         pictures = []
@@ -145,11 +191,50 @@ class Scenes(unittest.TestCase):
         self.assertLess(sum(darker) / len(darker), 0.02)
 
 
+class Preview(unittest.TestCase):
+    def test_a_sheet_has_three_pictures_of_each_scene_and_black_ones_to_fill_it(self):
+        sheet = draw_sheet(seed=3, count=3, size=64)
+        self.assertEqual(sheet.shape, (2 * 64, 2 * 3 * 64, 3))
+        self.assertEqual(int(sheet[64:, 3 * 64 :].max()), 0)
+        with_stars, without, difference = (
+            sheet[:64, at : at + 64].astype(int) for at in (0, 64, 128)
+        )
+        # Each is rounded to a byte of its own.
+        self.assertLessEqual(abs(abs(with_stars - without) - difference).max(), 1)
+
+    def test_a_sheet_of_the_hard_mix_is_another_one(self):
+        usual, hard = (draw_sheet(3, 1, 64, mix) for mix in (USUAL, HARD))
+        self.assertTrue((usual != hard).any())
+
+
 class Optics(unittest.TestCase):
     def test_a_point_keeps_its_light(self):
-        optics = draw_optics(Dice(3), 6, SIZE)
+        optics = draw_optics(Dice(3), 6, SIZE, USUAL)
         totals = optics.transfer[:, :, 0, 0].real
         self.assertTrue(torch.allclose(totals, torch.ones_like(totals), atol=1e-3))
+
+    def test_halos_and_small_reflections_never_take_more_light_than_there_is(self):
+        mix = Mix(small_reflections=1.0, coloured_halos=1.0)
+        optics = draw_optics(Dice(3), 60, SIZE, mix)
+        totals = optics.transfer[:, :, 0, 0].real
+        self.assertTrue(torch.allclose(totals, torch.ones_like(totals), atol=1e-3))
+        spread = torch.fft.irfft2(optics.transfer, s=(SIZE, SIZE))
+        self.assertGreater(float((spread.amin(dim=(2, 3)) / optics.peak).min()), -1e-5)
+
+    def test_halos_have_a_colour_as_often_as_the_mix_says(self):
+        for share in (0.0, 0.3):
+            tints = _tints(Dice(2), 600, share)
+            self.assertTrue(torch.equal(tints.amax(dim=1), torch.ones(600, 1, 1)))
+            coloured = (tints.amin(dim=1) < 1.0).float().mean()
+            self.assertAlmostEqual(float(coloured), share, delta=0.06)
+
+    def test_small_reflections_lie_close_to_the_star(self):
+        rows, columns = torus_offsets(SIZE, "cpu")
+        disc = _reflection(Dice(6), 40, rows, columns, 3.0, 14.0)
+        distance = torch.hypot(rows, columns).expand(SIZE, SIZE)
+        # A radius of 14, its soft edge, and three deviations of 1.02 pixels both ways.
+        close = disc[..., distance <= 14.0 + 15.0 + 4.4].sum(dim=2)
+        self.assertTrue((close > 0.9 * disc.flatten(2).sum(dim=2)).all())
 
     def test_a_star_between_pixels_has_its_light_and_its_place(self):
         points = _points(
@@ -164,7 +249,7 @@ class Optics(unittest.TestCase):
 
     def test_no_optics_ring(self):
         for seed in range(40):
-            optics = draw_optics(Dice(seed), 1, SIZE)
+            optics = draw_optics(Dice(seed), 1, SIZE, USUAL)
             spread = torch.fft.irfft2(optics.transfer, s=(SIZE, SIZE))
             self.assertGreater(float(spread.min() / spread.max()), -1e-5, seed)
 
