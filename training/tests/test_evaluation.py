@@ -66,15 +66,15 @@ class Computed(unittest.TestCase):
         self.assertLess(rows["PSNR, star pixels"], 30.0)
 
     def test_galaxies_count_as_kept_within_two_percent_only(self):
-        def kept(factor):
+        def shares(factor):
             rows = self.measured(lambda scene: scene.truth * np.float32(factor))
             name = next(name for name in rows if name.startswith("galaxies kept"))
-            return name, rows[name]
+            self.assertNotEqual(name, "galaxies kept of 0")
+            return rows[name], rows["galaxies that lost light"]
 
-        name, share = kept(1.0)
-        self.assertNotEqual(name, "galaxies kept of 0")
-        self.assertEqual(share, 1.0)
-        self.assertEqual(kept(0.8)[1], 0.0)
+        self.assertEqual(shares(1.0), (1.0, 0.0))
+        self.assertEqual(shares(0.8), (0.0, 1.0))
+        self.assertEqual(shares(1.2), (0.0, 0.0))  # brighter, as with a star that stays on it
 
     def test_the_same_scene_is_computed_again(self):
         again = HeldOutScene(2, 256)

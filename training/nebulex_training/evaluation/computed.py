@@ -44,7 +44,7 @@ class ComputedMeasures:
         self._all = Sums()
         self._by_width = {name: Sums() for name, _, _ in _WIDTHS}
         self._by_peak = {name: [0.0, 0.0] for name, _, _ in _PEAKS}
-        self._kept = self._galaxies = 0
+        self._kept = self._lost = self._galaxies = 0
 
     def add(self, scene, result):
         as_planes = [torch.from_numpy(np.ascontiguousarray(x.transpose(2, 0, 1))) for x in
@@ -62,6 +62,7 @@ class ComputedMeasures:
         for ratio in _galaxy_ratios(scene, result):
             self._galaxies += 1
             self._kept += abs(ratio - 1.0) <= 0.02
+            self._lost += ratio < 0.98
 
     def rows(self):
         """Name and value of each measure."""
@@ -76,9 +77,9 @@ class ComputedMeasures:
         for name, sums in self._by_width.items():
             yield f"residual, {name} stars", sums.residual
             yield f"PSNR, {name} stars", sums.star_psnr
-        yield f"galaxies kept of {self._galaxies}", (
-            self._kept / self._galaxies if self._galaxies else math.nan
-        )
+        count = self._galaxies
+        yield f"galaxies kept of {count}", self._kept / count if count else math.nan
+        yield "galaxies that lost light", self._lost / count if count else math.nan
 
 
 def _galaxy_ratios(scene, result):
