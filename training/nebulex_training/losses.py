@@ -4,10 +4,7 @@ import torch
 import torch.nn.functional as F
 
 CHANGED = 0.01  # a pixel that a star changed by more counts as the star's
-_COMPACT = 0.03  # what rises so much above its wider surroundings could be taken for a star,
-_FAINTEST = 0.012  # and so much where nothing else does,
-_OUTSTANDING = 3.0  # more than so many mean deviations: 2.4 standard ones of even noise
-_BRIGHT = 0.06  # what rises less than this there counts more, in proportion
+_COMPACT = 0.03  # what rises so much above its wider surroundings could be taken for a star
 _WHITE = 0.7  # what is so bright in all channels could be taken for the core of a star
 _CELL = 8  # pixels; surroundings are 5 x 5 cells
 
@@ -17,25 +14,16 @@ def star_mask(picture, target):
     return ((picture - target).abs().amax(dim=1, keepdim=True) > CHANGED).float()
 
 
-def compact_light(target):
-    """batch x 1 x rows x columns: above 0 where the target itself has what looks like a star.
+def compact_mask(target):
+    """batch x 1 x rows x columns: 1 where the target itself has what looks like a star.
 
-    It is 1 where that is bright and up to 5 where it is faint and stands alone: small galaxies and
-    knots are few pixels of a scene, and little light; a network that is not asked for them takes
-    them all away.
+    Small galaxies, knots and cores are few pixels of a scene; a network that is not asked for them
+    takes them all away.
     """
     fine = F.avg_pool2d(F.pad(target, (1, 1, 1, 1), mode="replicate"), 3, stride=1)
-    rise = fine - _wide(target)
-    alone = rise * (rise > _OUTSTANDING * _wide(rise.abs()))
-    rise, alone = (plane.amax(dim=1, keepdim=True) for plane in (rise, alone))
-    times = (_BRIGHT / alone.clamp(min=_FAINTEST)).clamp(min=1.0)
-    return torch.maximum((rise > _COMPACT).float(), (alone > _FAINTEST) * times)
-
-
-def _wide(picture):
-    """Averages of the wider surroundings, of the picture's size."""
-    cells = F.pad(F.avg_pool2d(picture, _CELL), (2, 2, 2, 2), mode="replicate")
-    return F.interpolate(F.avg_pool2d(cells, 5, stride=1), picture.shape[-2:], mode="bilinear")
+    cells = F.pad(F.avg_pool2d(target, _CELL), (2, 2, 2, 2), mode="replicate")
+    wide = F.interpolate(F.avg_pool2d(cells, 5, stride=1), target.shape[-2:], mode="bilinear")
+    return ((fine - wide).amax(dim=1, keepdim=True) > _COMPACT).float()
 
 
 def pixel_weights(mask, target, weights):
@@ -44,8 +32,8 @@ def pixel_weights(mask, target, weights):
     White pixels that stay, as in the core of a galaxy, have a weight of their own.
     """
     white = (target.amin(dim=1, keepdim=True) > _WHITE).float()
-    kinds = ((weights.star, mask), (weights.white, white), (weights.compact, compact_light(target)))
-    return torch.stack([1.0 + (weight - 1.0) * times for weight, times in kinds]).amax(dim=0)
+    kinds = ((weights.star, mask), (weights.white, white), (weights.compact, compact_mask(target)))
+    return torch.stack([1.0 + (weight - 1.0) * where for weight, where in kinds]).amax(dim=0)
 
 
 def pixel_loss(result, target, weight):

@@ -7,9 +7,8 @@ from dataclasses import dataclass
 class Mix:
     """Shares of the scenes that have a large spiral, an elliptical, a shell, a cluster of small
     galaxies, bright stars beyond the power law, a nebula that a bright star lights, one star far
-    brighter than all others, and optics with spikes, a small bright reflection or a strongly
-    coloured halo; the most small galaxies outside of clusters; the shortest spikes and the widest
-    halo, in pixels; and the most starlight on the darkest fifth of a scene, over its sky."""
+    brighter than all others, and optics with a small bright reflection or a strongly coloured
+    halo; and the most small galaxies outside of clusters."""
 
     spirals: float = 0.3
     ellipticals: float = 0.14
@@ -18,19 +17,15 @@ class Mix:
     bright_stars: float = 0.65
     reflection_nebulae: float = 0.0
     beacons: float = 0.0
-    spikes: float = 0.45
     small_reflections: float = 0.0
     coloured_halos: float = 0.0
     most_small_galaxies: int = 30
-    shortest_spikes: float = 8.0
-    widest_halo: float = 60.0
-    most_glow: float = 0.3
 
 
 USUAL = Mix()
 # More of what is rare and easily taken for a star, to learn from.
 HARD = Mix(
     spirals=0.4, ellipticals=0.22, shells=0.35, galaxy_clusters=0.3, bright_stars=0.85,
-    reflection_nebulae=0.3, beacons=0.25, spikes=0.6, small_reflections=0.2, coloured_halos=0.3,
-    most_small_galaxies=60, shortest_spikes=25.0, widest_halo=120.0, most_glow=1.5,
+    reflection_nebulae=0.3, beacons=0.15, small_reflections=0.2, coloured_halos=0.3,
+    most_small_galaxies=60,
 )

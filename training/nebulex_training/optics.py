@@ -150,12 +150,12 @@ def _wings(dice, batch, size, width, mix):
     rows, columns = torus_offsets(size, dice.device)
     radius = torch.sqrt(rows**2 + columns**2)[None, None]
     azimuth = torch.atan2(rows.expand(size, size), columns.expand(size, size))[None, None]
-    halo = _unit_sum(_halo(dice, batch, radius, azimuth, mix.widest_halo))
+    halo = _unit_sum(_halo(dice, batch, radius, azimuth))
     if mix.coloured_halos:
         halo = halo * _tints(dice, batch, mix.coloured_halos)
     wings = _share(dice, 0.004, 0.4, 0.8, batch) * halo
-    wings = wings + _share(dice, 0.002, 0.09, mix.spikes, batch) * _unit_sum(
-        _spikes(dice, batch, rows, columns, width, mix.shortest_spikes)
+    wings = wings + _share(dice, 0.002, 0.09, 0.45, batch) * _unit_sum(
+        _spikes(dice, batch, rows, columns, width)
     )
     wings = wings + _share(dice, 0.0005, 0.02, 0.3, batch) * _unit_sum(
         _reflection(dice, batch, rows, columns)
@@ -177,8 +177,8 @@ def _tints(dice, batch, share):
     return (tint / tint.amax(dim=1, keepdim=True))[:, :, None, None]
 
 
-def _halo(dice, batch, radius, azimuth, widest):
-    reach = dice.log_uniform(2.0, widest, batch, 1, 1, 1)
+def _halo(dice, batch, radius, azimuth):
+    reach = dice.log_uniform(2.0, 60.0, batch, 1, 1, 1)
     steepness = dice.uniform(1.2, 2.5, batch, 1, 1, 1)
     rayed = dice.chance(0.25, batch, 1, 1, 1) * dice.uniform(0.1, 0.8, batch, 1, 1, 1)
     rays = torch.zeros_like(azimuth)
@@ -189,12 +189,12 @@ def _halo(dice, batch, radius, azimuth, widest):
     return (1.0 + (radius / reach) ** 2) ** -steepness * torch.exp(rayed * rays)
 
 
-def _spikes(dice, batch, rows, columns, width, shortest):
+def _spikes(dice, batch, rows, columns, width):
     """4, 6 or 8 rays, beaded where the light is of few colours."""
     total = torch.zeros(1, device=dice.device)
     count = torch.tensor((2, 2, 2, 3, 4), device=dice.device)[dice.integers(0, 5, batch)]
     turn = dice.uniform(0.0, 3.1416, batch)
-    length = dice.log_uniform(shortest, 500.0, batch, 1, 1, 1)
+    length = dice.log_uniform(8.0, 500.0, batch, 1, 1, 1)
     thickness = (0.25 * width * dice.uniform(0.6, 1.6, batch)).clamp(0.5, 2.0)[:, None, None, None]
     period = dice.log_uniform(4.0, 30.0, batch, 1, 1, 1) * torch.tensor(
         _WAVELENGTHS, device=dice.device

@@ -7,6 +7,7 @@ from .fields import convolve
 _BRIGHTEST = 400.0  # times the level where the camera saturates, at the star's peak
 _BRIGHTEST_BEACON = 4000.0
 _MOST_SATURATED = 0.025  # share of a scene's pixels
+_MOST_GLOW = 0.3  # times the sky: starlight on the darkest fifth of a scene
 
 
 def star_layer(dice, batch, size, optics, sky_level, mix, lighting):
@@ -23,19 +24,16 @@ def star_layer(dice, batch, size, optics, sky_level, mix, lighting):
     colour = _colours(dice, scene.numel()) * _channel_gains(dice, batch)[scene]
     points = _points(scene, row, column, flux[:, None] * colour, batch, size)
     light = convolve(points, optics.transfer).clamp(min=0.0)
-    return _within_reason(_bloom(dice, light), sky_level, mix.most_glow)
+    return _within_reason(_bloom(dice, light), sky_level)
 
 
-def _within_reason(light, sky_level, most_glow):
-    """The light dimmed where it would drown the scene: people expose so that a sky is left.
-
-    On the darkest fifth of a scene it is most_glow times the sky at most.
-    """
+def _within_reason(light, sky_level):
+    """The light dimmed where it would drown the scene: people expose so that a sky is left."""
     brightness = light.mean(dim=1).flatten(1)
     count = brightness.shape[1]
     high = torch.kthvalue(brightness, int((1.0 - _MOST_SATURATED) * count), dim=1).values
     low = torch.kthvalue(brightness, int(0.2 * count), dim=1).values
-    scale = torch.minimum(1.0 / high.clamp(min=1e-9), most_glow * sky_level / low.clamp(min=1e-9))
+    scale = torch.minimum(1.0 / high.clamp(min=1e-9), _MOST_GLOW * sky_level / low.clamp(min=1e-9))
     return light * scale.clamp(max=1.0)[:, None, None, None]
 
 
