@@ -6,18 +6,17 @@ import torch
 
 
 class AveragedNetwork:
-    """A copy of the network that follows it slowly."""
+    """A copy of the network that follows it slowly, from the weights that it starts with."""
 
     def __init__(self, network, decay):
         self.network = copy.deepcopy(network).eval()
         self._decay = decay
 
     @torch.no_grad()
-    def follow(self, network, step):
-        """Moves the average towards the network; faster in the first steps."""
-        decay = min(self._decay, (1.0 + step) / (10.0 + step))
+    def follow(self, network):
+        """Moves the average towards the network, by 1 - decay of the way."""
         for mine, theirs in zip(self.network.parameters(), network.parameters()):
-            mine.lerp_(theirs, 1.0 - decay)
+            mine.lerp_(theirs, 1.0 - self._decay)
 
 
 @torch.no_grad()

@@ -1,5 +1,6 @@
 """Random draws on a device, all from one seeded generator."""
 
+import hashlib
 import math
 
 import torch
@@ -9,15 +10,16 @@ class Dice:
     """Draws random numbers. The same seed on the same kind of device gives the same draws.
 
     Tensors are drawn on the device; single numbers on the host, which would else have to wait for
-    the device each time.
+    the device each time. The host has a stream of its own: with the device's, draws that ought to
+    be independent are equal. host_seed chooses another one.
     """
 
-    def __init__(self, seed, device="cpu"):
+    def __init__(self, seed, device="cpu", host_seed=None):
         self.device = torch.device(device)
         self.generator = torch.Generator(device=self.device)
         self.generator.manual_seed(seed)
         self._host = torch.Generator()
-        self._host.manual_seed(seed)
+        self._host.manual_seed(_host_seed(seed) if host_seed is None else host_seed)
 
     def uniform(self, low, high, *shape):
         """Numbers between low and high, evenly spread."""
@@ -65,3 +67,9 @@ class Dice:
         """Goes on where the Dice that gave the state stood."""
         self.generator.set_state(state["device"].cpu())
         self._host.set_state(state["host"].cpu())
+
+
+def _host_seed(seed):
+    """A seed that shares nothing with the given one."""
+    digest = hashlib.blake2b(f"host {seed}".encode(), digest_size=7).digest()
+    return int.from_bytes(digest, "big")

@@ -14,8 +14,8 @@ _OPSET = 16
 # All of these are carried out by the CPU, CUDA and DirectML providers of ONNX Runtime.
 _OPERATORS = {
     "Abs", "Add", "AveragePool", "Clip", "Concat", "Conv", "ConvTranspose", "DepthToSpace", "Div",
-    "Max", "MaxPool", "Min", "Mul", "Neg", "ReduceMean", "Relu", "Reshape", "Resize", "Sigmoid",
-    "Slice", "Split", "Sqrt", "Sub", "Transpose",
+    "GlobalAveragePool", "GlobalMaxPool", "Max", "MaxPool", "Min", "Mul", "Neg", "ReduceMean",
+    "Relu", "Reshape", "Resize", "Sigmoid", "Slice", "Split", "Sqrt", "Sub", "Transpose",
 }  # fmt: skip
 
 
@@ -49,13 +49,21 @@ def export_model(network, path):
 
 
 def _with_constants_as_weights(model):
-    """The model with its Constant nodes turned into initializers, and without other leftovers."""
+    """The model with its Constant nodes and repeated weights turned into initializers."""
     graph = model.graph
     for node in [node for node in graph.node if node.op_type == "Constant"]:
         (value,) = [helper.get_attribute_value(item) for item in node.attribute]
         value.name = node.output[0]
         graph.initializer.append(value)
         graph.node.remove(node)
+    # Equal weights are one to the exporter, and the others a node that repeats it.
+    weights = {tensor.name: tensor for tensor in graph.initializer}
+    for node in [node for node in graph.node if node.op_type == "Identity"]:
+        if node.input[0] in weights:
+            copy = graph.initializer.add()
+            copy.CopyFrom(weights[node.input[0]])
+            copy.name = node.output[0]
+            graph.node.remove(node)
     del graph.value_info[:]
     graph.name = "nebulex2"
     model.producer_name, model.producer_version = "nebulex2", ""

@@ -3,11 +3,13 @@
 import torch
 
 from .fields import unit_grid, warped_field
+from .stamps import size_classes
 
-_OLD_LIGHT = (1.00, 0.80, 0.58)
-_YOUNG_LIGHT = (0.62, 0.80, 1.00)
+OLD_LIGHT = (1.00, 0.80, 0.58)
+YOUNG_LIGHT = (0.62, 0.80, 1.00)
 _BRIGHTEST = 400.0  # times the sky
-_STAMP = 64  # pixels, the side of the square that a small galaxy is drawn in
+_STAMPS = (64, 128)  # pixels, the sides of the squares that small galaxies are drawn in
+_STAMP_RADII = 6.0  # half-light radii that a square holds
 
 
 def large_galaxies(dice, batch, size, width, mix):
@@ -23,13 +25,14 @@ def large_galaxies(dice, batch, size, width, mix):
     return light
 
 
-def _sersic(radius, index):
+def sersic(radius, index):
     """The profile of Sersic (1963), 1 at one half-light radius; b after Ciotti & Bertin (1999)."""
     b = 2.0 * index - 1.0 / 3.0 + 0.0098765 / index
     return torch.exp(-b * ((radius + 1e-4) ** (1.0 / index) - 1.0))
 
 
-def _colour(dice, batch, base, spread):
+def colours(dice, batch, base, spread):
+    """batch x 3 x 1 x 1 colours near a base."""
     colour = torch.tensor(base, device=dice.device)[None]
     return (colour * torch.exp(spread * dice.normal(batch, 3)))[:, :, None, None]
 
@@ -52,7 +55,7 @@ def _spiral(dice, batch, size, width):
     arm_strength = dice.chance(0.75, batch, 1, 1) * dice.uniform(0.2, 0.95, batch, 1, 1)
     pattern = 1.0 + arm_strength * torch.cos(phase)
     texture = torch.exp(dice.uniform(0.05, 0.6, batch, 1, 1) * rough)
-    disc = _sersic(radius, torch.ones_like(tilt)) * pattern * texture
+    disc = sersic(radius, torch.ones_like(tilt)) * pattern * texture
     bulge_flat = torch.maximum(tilt, torch.full_like(tilt, 0.6))
     star = 2.0 * width[:, None, None] / size
     bulge_scale = torch.maximum(scale * dice.uniform(0.08, 0.4, batch, 1, 1), 1.5 * star)
@@ -60,7 +63,7 @@ def _spiral(dice, batch, size, width):
     bulge_radius = torch.sqrt(along**2 + (across / bulge_flat) ** 2) / bulge_scale
     # A steep core of few star widths would be the image of a star with a halo.
     core, steepest = 0.02 + 0.45 / extent, (0.7 * extent).clamp(max=4.0)
-    bulge = _sersic(
+    bulge = sersic(
         torch.sqrt(bulge_radius**2 + core**2), dice.uniform(1.0, 4.0, batch, 1, 1).minimum(steepest)
     )
 
@@ -73,9 +76,9 @@ def _spiral(dice, batch, size, width):
     )
     strength = dice.log_uniform(0.2, 150.0, batch, 1, 1)
     bulge_share = dice.log_uniform(0.1, 6.0, batch, 1, 1)
-    light = (disc[:, None]) * _colour(dice, batch, _YOUNG_LIGHT, 0.15)
-    light = light + (bulge_share * bulge)[:, None] * _colour(dice, batch, _OLD_LIGHT, 0.12)
-    pink = _colour(dice, batch, (1.0, 0.3, 0.45), 0.1)
+    light = (disc[:, None]) * colours(dice, batch, YOUNG_LIGHT, 0.15)
+    light = light + (bulge_share * bulge)[:, None] * colours(dice, batch, OLD_LIGHT, 0.12)
+    pink = colours(dice, batch, (1.0, 0.3, 0.45), 0.1)
     light = light + (dice.uniform(0.0, 2.0, batch, 1, 1) * regions * disc)[:, None] * pink
     light = (strength[:, None] * light).clamp(max=_BRIGHTEST)
     return _fainter_than_stars(light, extent) * dimming
@@ -91,10 +94,10 @@ def _elliptical(dice, batch, size, width):
     radius = torch.sqrt(along**2 + (across / flat) ** 2) / scale
     core = 0.02 + 0.45 / extent
     index = dice.uniform(1.0, 4.0, batch, 1, 1).minimum((0.2 * extent).clamp(max=4.0))
-    profile = _sersic(torch.sqrt(radius**2 + core**2), index)
+    profile = sersic(torch.sqrt(radius**2 + core**2), index)
     profile = profile / profile.flatten(1).amax(dim=1)[:, None, None].clamp(min=1e-6)
     peak = dice.log_uniform(0.5, _BRIGHTEST, batch, 1, 1)
-    light = (peak * profile)[:, None] * _colour(dice, batch, _OLD_LIGHT, 0.12)
+    light = (peak * profile)[:, None] * colours(dice, batch, OLD_LIGHT, 0.12)
     return _fainter_than_stars(light, extent)
 
 
@@ -125,15 +128,23 @@ def small_galaxies(dice, batch, size, width, mix):
     x size x size in units of the sky, and a catalogue: one row of scene, row, column, half-light
     radius in pixels for each galaxy.
     """
-    light = torch.zeros(batch * 3 * (size + _STAMP) ** 2, device=dice.device)
+    sides = _STAMPS if mix.whole_galaxies else _STAMPS[:1]
+    margin = max(sides)
+    wide = size + margin
+    light = torch.zeros(batch * 3 * wide**2, device=dice.device)
     scene, row, column = _places(dice, batch, size, mix)
-    count = scene.numel()
     # Smaller than this they could not be told from stars.
-    radius = (width[scene] * dice.log_uniform(1.1, 4.0, count)).clamp(max=_STAMP / 6.0)
-    stamps = _stamps(dice, radius, radius / width[scene], row % 1.0, column % 1.0)
-    _add_stamps(light, stamps, scene, row.floor().long(), column.floor().long(), size)
-    half = _STAMP // 2
-    light = light.reshape(batch, 3, size + _STAMP, size + _STAMP)[:, :, half:-half, half:-half]
+    radius = width[scene] * dice.log_uniform(1.1, 4.0, scene.numel())
+    radius = radius.clamp(max=margin / _STAMP_RADII)
+    for side, chosen in size_classes(radius, sides, _STAMP_RADII):
+        part = (scene[chosen], row[chosen], column[chosen])
+        extent = radius[chosen] / width[part[0]]
+        stamps = _stamps(dice, side, radius[chosen], extent, part[1] % 1.0, part[2] % 1.0)
+        shift = (margin - side) // 2
+        places = (place.floor().long() + shift for place in part[1:])
+        add_stamps(light, stamps, part[0], *places, wide)
+    half = margin // 2
+    light = light.reshape(batch, 3, wide, wide)[:, :, half:-half, half:-half]
     catalogue = torch.stack((scene.float(), row, column, radius), dim=1)
     return light, catalogue
 
@@ -158,14 +169,14 @@ def _places(dice, batch, size, mix):
     return torch.cat(scenes).long(), torch.cat(rows), torch.cat(columns)
 
 
-def _stamps(dice, radius, extent, row_part, column_part):
-    """count x 3 x stamp x stamp pictures of galaxies in the middle of the stamps.
+def _stamps(dice, side, radius, extent, row_part, column_part):
+    """count x 3 x side x side pictures of galaxies in the middle of the stamps.
 
     extent holds their half-light radii over the width of stars. Those of few star widths are faint
     and not round: a round bright one would be a star. None is brighter than 16 times the sky.
     """
     count = radius.numel()
-    steps = torch.arange(_STAMP, device=dice.device, dtype=torch.float32) - _STAMP // 2
+    steps = torch.arange(side, device=dice.device, dtype=torch.float32) - side // 2
     y = steps[None, :, None] - row_part[:, None, None]
     x = steps[None, None, :] - column_part[:, None, None]
     angle = dice.uniform(0.0, 3.1416, count, 1, 1)
@@ -180,20 +191,23 @@ def _stamps(dice, radius, extent, row_part, column_part):
     scaled = torch.sqrt((along**2 + (across / flat) ** 2) / half_light**2 + core**2)
     # Steeper ones have a core that is the image of a star, and are not resolved.
     steepest = torch.where(small, torch.full_like(flat, 1.0), torch.full_like(flat, 1.4))
-    profile = _sersic(scaled, 0.6 + (steepest - 0.6) * dice.uniform(0.0, 1.0, count, 1, 1))
-    taper = torch.sigmoid((_STAMP / 2.0 - 3.0 - torch.sqrt(x**2 + y**2)) * 0.7)
+    profile = sersic(scaled, 0.6 + (steepest - 0.6) * dice.uniform(0.0, 1.0, count, 1, 1))
+    taper = torch.sigmoid((side / 2.0 - 3.0 - torch.sqrt(x**2 + y**2)) * 0.7)
     brightness = dice.log_uniform(0.1, 2.0, count, 1, 1) * extent[:, None, None]
     strength = torch.minimum(brightness * profile, extent[:, None, None] ** 2) * taper
     red_share = dice.uniform(0.0, 1.0, count, 1, 1, 1)
-    colour = red_share * _colour(dice, count, _OLD_LIGHT, 0.1) + (1.0 - red_share) * _colour(
-        dice, count, _YOUNG_LIGHT, 0.1
+    colour = red_share * colours(dice, count, OLD_LIGHT, 0.1) + (1.0 - red_share) * colours(
+        dice, count, YOUNG_LIGHT, 0.1
     )
     return strength[:, None] * colour
 
 
-def _add_stamps(light, stamps, scene, row, column, size):
-    wide = size + _STAMP
-    steps = torch.arange(_STAMP, device=light.device)
+def add_stamps(light, stamps, scene, row, column, wide):
+    """Adds count x 3 x side x side stamps to flat light of scenes x 3 x wide x wide pixels.
+
+    scene, row and column hold each one's scene and its first pixel there.
+    """
+    steps = torch.arange(stamps.shape[-1], device=light.device)
     channel = torch.arange(3, device=light.device)[None, :, None, None]
     rows = (row[:, None] + steps)[:, None, :, None]
     columns = (column[:, None] + steps)[:, None, None, :]

@@ -21,6 +21,7 @@ def grown(network, shape):
     old = network.shape
     pairs = (*zip(old.widths, shape.widths), *zip(old.blocks, shape.blocks))
     pairs += ((old.fills, shape.fills), (old.fills and old.borrows, shape.borrows))
+    pairs += ((old.gates, shape.gates),)
     if len(old.widths) != len(shape.widths) or any(small > large for small, large in pairs):
         raise ValueError(f"A network of {old} cannot grow to {shape}.")
     larger = StarNet(shape)

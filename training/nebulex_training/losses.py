@@ -4,9 +4,8 @@ import torch
 import torch.nn.functional as F
 
 CHANGED = 0.01  # a pixel that a star changed by more counts as the star's
-_COMPACT = 0.03  # what rises so much above its wider surroundings could be taken for a star
-_WHITE = 0.7  # what is so bright in all channels could be taken for the core of a star
-_CELL = 8  # pixels; surroundings are 5 x 5 cells
+_STANDS_OUT, _CLEARLY = 0.01, 0.03  # contrasts from which a pixel counts more, and fully more
+_CELLS = (8, 32)  # pixels; surroundings are 5 x 5 cells
 
 
 def star_mask(picture, target):
@@ -14,26 +13,30 @@ def star_mask(picture, target):
     return ((picture - target).abs().amax(dim=1, keepdim=True) > CHANGED).float()
 
 
-def compact_mask(target):
-    """batch x 1 x rows x columns: 1 where the target itself has what looks like a star.
+def pixel_weights(picture, target, weight):
+    """batch x 1 x rows x columns: how much the pixels count, from 1 to the weight.
 
-    Small galaxies, knots and cores are few pixels of a scene; a network that is not asked for them
-    takes them all away.
+    What goes and what stays count by their contrast alone, the same for both: the light of a star,
+    and what of the target rises above its surroundings, such as a galaxy, a knot or a core. So it
+    pays to take something away where it is more probably a star than not.
     """
-    fine = F.avg_pool2d(F.pad(target, (1, 1, 1, 1), mode="replicate"), 3, stride=1)
-    cells = F.pad(F.avg_pool2d(target, _CELL), (2, 2, 2, 2), mode="replicate")
-    wide = F.interpolate(F.avg_pool2d(cells, 5, stride=1), target.shape[-2:], mode="bilinear")
-    return ((fine - wide).amax(dim=1, keepdim=True) > _COMPACT).float()
+    goes = _smooth((picture - target).abs())
+    contrast = torch.stack((goes, *(_smooth(target) - _around(target, cell) for cell in _CELLS)))
+    contrast = contrast.amax(dim=0).amax(dim=1, keepdim=True)
+    share = ((contrast - _STANDS_OUT) / (_CLEARLY - _STANDS_OUT)).clamp(0.0, 1.0)
+    return 1.0 + (weight - 1.0) * share
 
 
-def pixel_weights(mask, target, weights):
-    """batch x 1 x rows x columns: how much the pixels count, by the weights of a LossWeights.
+def _smooth(picture):
+    return F.avg_pool2d(F.pad(picture, (1, 1, 1, 1), mode="replicate"), 3, stride=1)
 
-    White pixels that stay, as in the core of a galaxy, have a weight of their own.
-    """
-    white = (target.amin(dim=1, keepdim=True) > _WHITE).float()
-    kinds = ((weights.star, mask), (weights.white, white), (weights.compact, compact_mask(target)))
-    return torch.stack([1.0 + (weight - 1.0) * where for weight, where in kinds]).amax(dim=0)
+
+def _around(target, cell):
+    """The averages of the 5 x 5 cells around each pixel, of as many as fit into the picture."""
+    cell = min(cell, *target.shape[-2:])
+    cells = F.pad(F.avg_pool2d(target, cell), (2, 2, 2, 2), mode="replicate")
+    wide = F.avg_pool2d(cells, 5, stride=1)
+    return F.interpolate(wide, target.shape[-2:], mode="bilinear", align_corners=False)
 
 
 def pixel_loss(result, target, weight):
@@ -82,10 +85,10 @@ def texture_loss(result, target, mask):
 
 def removal_loss(result, picture, target, weights):
     """The sum of all, by the weights of a LossWeights."""
-    mask = star_mask(picture, target)
-    loss = pixel_loss(result, target, pixel_weights(mask, target, weights))
+    loss = pixel_loss(result, target, pixel_weights(picture, target, weights.objects))
     loss = loss + weights.gradient * gradient_loss(result, target)
     loss = loss + weights.coarse * coarse_loss(result, target)
     if weights.texture > 0.0:
+        mask = star_mask(picture, target)
         loss = loss + weights.texture * texture_loss(result, target, mask)
     return loss

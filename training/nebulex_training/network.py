@@ -29,6 +29,7 @@ class Shape:
 
     fills: bool = True  # whether it replaces too, or subtracts only as the first networks did
     borrows: bool = True  # whether what it fills in can be spread from around; only if it fills
+    gates: bool = False  # whether the two deepest levels know what there is in all of the tile
 
     def as_dict(self):
         return asdict(self)
@@ -44,6 +45,7 @@ SHAPES = {
     "small": Shape(),
     "medium": Shape((32, 56, 96, 144, 192), (1, 1, 2, 2, 3)),
     "large": Shape((32, 64, 112, 160, 224), (1, 2, 2, 3, 4)),
+    "gated": Shape((32, 64, 112, 160, 224), (1, 2, 2, 3, 4), gates=True),
 }
 
 
@@ -55,6 +57,26 @@ class ResidualBlock(nn.Module):
 
     def forward(self, x):
         return x + self.b(F.relu(self.a(x)))
+
+
+class Gate(nn.Module):
+    """Channels strengthened or weakened by their means and largest values over the whole picture.
+
+    So the network can hold what the image of a star looks like here. The last convolution starts
+    at zero, which changes nothing.
+    """
+
+    def __init__(self, width):
+        super().__init__()
+        self.a = nn.Conv2d(width, width, 1)
+        self.largest = nn.Conv2d(width, width, 1, bias=False)
+        self.b = nn.Conv2d(width, width, 1)
+        nn.init.zeros_(self.b.weight)
+        nn.init.zeros_(self.b.bias)
+
+    def forward(self, x):
+        seen = self.a(F.adaptive_avg_pool2d(x, 1)) + self.largest(F.adaptive_max_pool2d(x, 1))
+        return x * (1.0 + self.b(F.relu(seen)))
 
 
 class Doubling(nn.ConvTranspose2d):
@@ -101,6 +123,8 @@ class StarNet(nn.Module):
             Doubling(widths[i + 1], widths[i]) for i in deep_first
         )
         self.dec = nn.ModuleList(_blocks(widths[i], blocks[i]) for i in deep_first)
+        if shape.gates:
+            self.gate = nn.ModuleList((Gate(widths[-2]), Gate(widths[-1])))
         self.out = nn.Conv2d(widths[0], 12, 3, padding=1)
         nn.init.zeros_(self.out.weight)
         nn.init.zeros_(self.out.bias)
@@ -114,11 +138,15 @@ class StarNet(nn.Module):
     def forward(self, picture):
         x = self.inp(F.pixel_unshuffle(picture * 2.0 - 1.0, 2))
         skips = []
-        for encode, down in zip(self.enc, self.dn):
+        for level, (encode, down) in enumerate(zip(self.enc, self.dn)):
             x = encode(x)
+            if self.shape.gates and level == len(self.enc) - 1:
+                x = self.gate[0](x)
             skips.append(x)
             x = down(x)
         x = self.mid(x)
+        if self.shape.gates:
+            x = self.gate[1](x)
         for up, decode in zip(self.up, self.dec):
             x = decode(up(x) + skips.pop())
         result = picture - F.pixel_shuffle(self.out(x), 2)

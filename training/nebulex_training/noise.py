@@ -1,29 +1,44 @@
 """Photon and read noise, of the same realisation with and without stars."""
 
+from dataclasses import dataclass
+
 import torch
 import torch.nn.functional as F
 
 from .fields import gaussian_blur, change_some
 
 
-def add_noise(dice, with_stars, without_stars, sky_level, relative):
-    """Both images with noise.
+@dataclass
+class Noise:
+    """The noise of each exposure of a batch.
 
-    The noise of the sky has a standard deviation of relative times sky_level (each batch), of
-    which a drawn share is read noise. Its pattern is the same in both images; where stars shine,
-    their photons make more of it.
+    pattern: of deviation 1 for each pixel; deviation, level: batch x 1 x 1 x 1, that of the sky's
+    noise and the sky's brightness; read_share: the share of read noise in it.
     """
-    batch = with_stars.shape[0]
-    pattern = _pattern(dice, with_stars.shape)
-    deviation = (relative * sky_level)[:, None, None, None]
-    read_share = dice.uniform(0.0, 0.7, batch, 1, 1, 1)
+
+    pattern: torch.Tensor
+    deviation: torch.Tensor
+    level: torch.Tensor
+    read_share: torch.Tensor
+
+    def on(self, image, pattern=None):
+        """The image with noise, of another pattern if one is given."""
+        photons = (image / self.level).clamp(min=0.0)
+        strength = torch.sqrt(self.read_share + (1.0 - self.read_share) * photons)
+        return image + self.deviation * strength * (self.pattern if pattern is None else pattern)
+
+
+def draw_noise(dice, shape, sky_level, relative):
+    """Noise for exposures of a batch x 3 x rows x columns shape.
+
+    That of the sky has a standard deviation of relative times sky_level (each batch), of which a
+    drawn share is read noise. Images with and without stars get the same pattern; where stars
+    shine, their photons make more of it.
+    """
+    pattern = _pattern(dice, shape)
     level = sky_level[:, None, None, None]
-
-    def noise(image):
-        photons = (image / level).clamp(min=0.0)
-        return deviation * torch.sqrt(read_share + (1.0 - read_share) * photons) * pattern
-
-    return with_stars + noise(with_stars), without_stars + noise(without_stars)
+    read_share = dice.uniform(0.0, 0.7, shape[0], 1, 1, 1)
+    return Noise(pattern, relative[:, None, None, None] * level, level, read_share)
 
 
 def _pattern(dice, shape):

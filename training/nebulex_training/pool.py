@@ -5,11 +5,8 @@ import torch
 from .dice import Dice
 from .mix import HARD
 from .processing import shrink_pair
-from .scenes import compute_layers, develop
+from .scenes import coarse_sample, compute_layers, develop
 
-# Scenes are numbered. No number is used for two purposes.
-VALIDATION_SCENES = 10_000_000
-HELD_OUT_SCENES = 20_000_000
 _SEED_STRIDE = 100_000_000
 _SHRUNK = 0.15  # share of the batches
 _WIDE = 0.5  # share of the batches, of few wide pictures: those show a large halo whole
@@ -74,29 +71,24 @@ class ScenePool:
             batch, patch = batch // 4, 2 * patch
         return _develop_some(dice, filled, batch, patch)
 
+    def draw_whole(self, dice, batch, tile):
+        """As many pictures of tiles as the program takes them, with all that can be in one."""
+        filled = [entry for entry in self._entries if entry is not None]
+        return _develop_some(dice, filled, batch, tile)
+
 
 def _develop_some(dice, entries, batch, patch):
     cut = [_cut(dice, *entries[dice.whole(0, len(entries))][:3], patch) for _ in range(batch)]
-    sky, stars, level = (torch.stack(parts) for parts in zip(*cut))
-    return develop(dice, sky, stars, level)
+    sky, stars, level, *whole = (torch.stack(parts) for parts in zip(*cut))
+    return develop(dice, sky, stars, level, mix=HARD, whole=whole)
 
 
 def _cut(dice, sky, stars, level, patch):
-    """A part of a scene, turned and mirrored."""
+    """A part of a scene, turned and mirrored, its level and coarse samples of all of the scene."""
     room = sky.shape[-1] - patch + 1
     row, column = dice.whole(0, room), dice.whole(0, room)
     both = torch.stack((sky, stars))[..., row : row + patch, column : column + patch]
     both = torch.rot90(both, dice.whole(0, 4), dims=(-2, -1))
     if dice.happens(0.5):
         both = both.flip(-1)
-    return both[0], both[1], level
-
-
-def fixed_scenes(first, count, size, device="cpu"):
-    """Numbered scenes that are the same in every run: a list of picture pairs and layers."""
-    scenes = []
-    for number in range(first, first + count):
-        dice = scene_dice(0, number, device)
-        layers = compute_layers(dice, 1, size)
-        scenes.append((develop(dice, layers.sky, layers.stars, layers.level), layers))
-    return scenes
+    return both[0], both[1], level, coarse_sample(sky), coarse_sample(stars)

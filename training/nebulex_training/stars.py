@@ -1,8 +1,12 @@
 """Stars: where they are, how bright, of what colour, and what the optics make of them."""
 
+from dataclasses import dataclass
+
 import torch
 
+from .emulsion import in_emulsion
 from .fields import convolve
+from .spikes import long_spikes
 
 _BRIGHTEST = 400.0  # times the level where the camera saturates, at the star's peak
 _BRIGHTEST_BEACON = 4000.0
@@ -10,21 +14,53 @@ _MOST_SATURATED = 0.025  # share of a scene's pixels
 _MOST_GLOW = 0.3  # times the sky: starlight on the darkest fifth of a scene
 
 
-def star_layer(dice, batch, size, optics, sky_level, mix, lighting):
+@dataclass
+class Surroundings:
+    """What the stars of a batch of scenes stand in.
+
+    level: batch, brightness of the empty sky, in units of what saturates; lighting: rows of scene,
+    row and column where a bright star has to stand; few: batch booleans, scenes of few stars, or
+    None; dust: batch x 3 x size x size share of the light that comes through it, or None.
+    """
+
+    level: torch.Tensor
+    lighting: torch.Tensor
+    few: torch.Tensor = None
+    dust: torch.Tensor = None
+
+
+def star_layer(dice, batch, size, optics, around, mix):
     """batch x 3 x size x size light of the stars alone; 1 is where the camera saturates.
 
-    sky_level holds the brightness of each scene's sky in the same unit, lighting rows of scene,
-    row and column where a bright star has to stand.
+    around holds the Surroundings.
     """
-    scene, row, column, peak = _stars(dice, batch, size, optics.width, sky_level, mix)
+    sky_level, lighting = around.level, around.lighting
+    scene, row, column, peak = _stars(dice, batch, size, optics.width, around, mix)
     scene = torch.cat((scene, lighting[:, 0].long()))
     row, column = torch.cat((row, lighting[:, 1])), torch.cat((column, lighting[:, 2]))
     peak = torch.cat((peak, dice.log_uniform(0.3, _BRIGHTEST, len(lighting))))
     flux = peak / optics.peak.mean(dim=1)[scene]
     colour = _colours(dice, scene.numel()) * _channel_gains(dice, batch)[scene]
+    if mix.dimmed_stars:
+        colour = colour * _dimming(dice, scene, row, column, around.dust, mix.dimmed_stars)
     points = _points(scene, row, column, flux[:, None] * colour, batch, size)
     light = convolve(points, optics.transfer).clamp(min=0.0)
-    return _within_reason(_bloom(dice, light), sky_level)
+    light = in_emulsion(dice, _bloom(dice, light), mix.plates)
+    stars = (scene, row, column, peak, colour)
+    light = light + long_spikes(dice, stars, batch, size, optics.width, mix.long_spikes)
+    return _within_reason(light, sky_level)
+
+
+def _dimming(dice, scene, row, column, dust, share):
+    """count x 3: what the dust lets through of each star; some stand before it.
+
+    In such a share of the scenes there is any behind it.
+    """
+    batch, size = dust.shape[0], dust.shape[-1]
+    behind = dice.chance(share, batch) * dice.uniform(0.4, 1.0, batch)
+    hidden = dice.uniform(0.0, 1.0, scene.numel()) < behind[scene]
+    rows, columns = (place.long().clamp(0, size - 1) for place in (row, column))
+    return torch.where(hidden[:, None], dust[scene, :, rows, columns], torch.ones(1).to(dust))
 
 
 def _within_reason(light, sky_level):
@@ -37,17 +73,20 @@ def _within_reason(light, sky_level):
     return light * scale.clamp(max=1.0)[:, None, None, None]
 
 
-def _stars(dice, batch, size, width, sky_level, mix):
+def _stars(dice, batch, size, width, around, mix):
     scenes, rows, columns, peaks = [], [], [], []
-    levels, widths = sky_level.tolist(), width.tolist()
+    levels, widths = around.level.tolist(), width.tolist()
+    few = [False] * batch if around.few is None else around.few.tolist()
     for scene in range(batch):
         if dice.happens(0.03):
             continue  # starless already: nothing may change
         crowded = dice.happens(0.2)  # towards the Milky Way, with a short focal length
         density = dice.one_log(4000.0, 60000.0) if crowded else dice.one_log(8.0, 5000.0)
+        if few[scene]:
+            density = dice.one_log(2.0, 80.0)
         count = 1 + int(density * (size / 512) ** 2)
         row, column = dice.uniform(0.0, size, count), dice.uniform(0.0, size, count)
-        if dice.happens(0.12):
+        if dice.happens(0.12) and not few[scene]:
             group_row, group_column = _group(dice, size)
             row, column = torch.cat((row, group_row)), torch.cat((column, group_column))
         peak = _peaks(dice, row.numel(), levels[scene], mix)

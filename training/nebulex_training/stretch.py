@@ -12,16 +12,20 @@ def mtf(x, midtones):
     return (midtones - 1.0) * x / ((2.0 * midtones - 1.0) * x - midtones)
 
 
-def stretch_pair(dice, with_stars, without_stars):
-    """Both images through the same stretch, chosen from the statistics of the one with stars.
+def stretch_pair(dice, with_stars, without_stars, sample, bright_goals=0.0):
+    """Both images through the same stretch, chosen from the statistics of a sample with stars.
 
-    Linear images of any range that saturate at 1 become pictures in [0, 1].
+    Linear images of any range that saturate at 1 become pictures in [0, 1]. bright_goals is the
+    share of those whose sky becomes brighter than most people have it.
     """
     batch = with_stars.shape[0]
-    black, median = _black_and_median(dice, with_stars)
+    black, median = _black_and_median(dice, sample)
     span = (1.0 - black).clamp(min=1e-3)
     level = ((median - black) / span).clamp(2e-5, 0.9)
     goal = dice.log_uniform(0.05, 0.4, batch, 1, 1, 1)
+    if bright_goals:
+        bright = dice.uniform(0.4, 0.85, batch, 1, 1, 1)
+        goal = torch.where(dice.chance(bright_goals, batch, 1, 1, 1) > 0, bright, goal)
     goal = torch.maximum(goal, level).clamp(max=0.9)  # a stretch never darkens
 
     midtones = mtf(level, goal)  # the function is its own inverse in this sense
@@ -39,6 +43,29 @@ def stretch_pair(dice, with_stars, without_stars):
     return stretched(with_stars), stretched(without_stars)
 
 
+class ProgramTransfer:
+    """What the program does to linear data before the network sees it.
+
+    The median of each channel goes to a quarter, what is 2.8 normalised deviations below it, and
+    less, to 0. sample: batch x 3 x rows x columns, whose statistics count.
+    """
+
+    _SHADOWS, _BACKGROUND = -2.8, 0.25
+
+    def __init__(self, sample):
+        values = sample.clamp(max=1.0).flatten(2)
+        median = values.median(dim=2, keepdim=True).values
+        deviation = 1.4826 * (values - median).abs().median(dim=2, keepdim=True).values
+        shadows = (median + self._SHADOWS * deviation).clamp(0.0, 1.0)
+        self.shadows = torch.where(deviation > 0.0, shadows, torch.zeros_like(shadows))[..., None]
+        self.midtones = mtf(median[..., None] - self.shadows, self._BACKGROUND)
+
+    def on(self, image):
+        """batch x 3 x rows x columns linear images stretched, in [0, 1]; not rescaled to white."""
+        x = (image.clamp(max=1.0) - self.shadows).clamp(0.0, 1.0)
+        return mtf(x, self.midtones)
+
+
 def _power(x, exponent):
     return x.clamp(min=1e-7) ** exponent
 
@@ -49,7 +76,7 @@ def _asinh(x, softening):
 
 def _black_and_median(dice, image):
     """Black point and median, batch x 3 x 1 x 1: each channel's own, or one for all channels."""
-    sample = image[:, :, ::3, ::3].flatten(2)
+    sample = image.flatten(2)
     median = sample.median(dim=2).values
     deviation = 1.4826 * (sample - median[:, :, None]).abs().median(dim=2).values
     low = torch.kthvalue(sample, max(1, int(_MOST_BLACK * sample.shape[2])), dim=2).values

@@ -3,11 +3,14 @@
 Pictures are batch x 3 x rows x columns, trust is batch x 1 x rows x columns in [0, 1].
 """
 
+import math
+
 import torch
 import torch.nn.functional as F
 
-_HALVINGS = 5
+_MOST_HALVINGS = 8  # a tile of 512 pixels becomes 2 x 2 cells
 _LEAST_WEIGHT = 1e-4
+_LEAST_TRUST = 1e-6  # so that there is a mean where nothing is trusted
 _GRAIN_SIDE = 7  # pixels; what is wider is no grain
 _GRAIN_CELL = 8  # pixels, of which 3 x 3 tell how strong grain is there
 _MOST_GRAIN = 3.5  # times the usual detail, 2.4 standard deviations of Gaussian noise
@@ -28,20 +31,35 @@ def spread(picture, trust):
     Rows and columns are multiples of 32. This is pull and push over a pyramid after Gortler et al.,
     "The Lumigraph" (1996), section 3.6: sums of trusted light go up, where trust above 1 counts as
     1, and come down where trust lacks. So a little trust nearby counts more than much of it far
-    away. A flat picture stays as it is, whatever the trust.
+    away. What no trust reaches gets the mean of the trusted pixels, of all pixels where there are
+    none. A flat picture stays as it is, whatever the trust.
     """
     light, weight = [picture * trust], [trust]
-    for _ in range(_HALVINGS):
+    for _ in range(_halvings(picture)):
         average = averages(weight[-1], 2, stride=2)
         enough = average.clamp(min=0.25)  # a quarter of four cells is one
         light.append(averages(light[-1], 2, stride=2) / enough)
         weight.append(average / enough)
-    result = wide_averages(light[-1], 5) / (wide_averages(weight[-1], 5) + _LEAST_WEIGHT)
+    rest = wide_averages(light[-1], 5) + _LEAST_WEIGHT * _mean(picture, trust)
+    result = rest / (wide_averages(weight[-1], 5) + _LEAST_WEIGHT)
     result = light.pop() + (1.0 - weight.pop()) * result
     while light:
         wider = F.interpolate(result, scale_factor=2.0, mode="bilinear", align_corners=False)
         result = light.pop() + (1.0 - weight.pop()) * wider
     return result
+
+
+def _halvings(picture):
+    """How often both sides of the picture can be halved, up to _MOST_HALVINGS."""
+    common = math.gcd(*(int(side) for side in picture.shape[-2:]))
+    return min(_MOST_HALVINGS, (common & -common).bit_length() - 1)
+
+
+def _mean(picture, trust):
+    """batch x 3 x 1 x 1: the mean of the pixels, counted by their trust."""
+    weight = trust + _LEAST_TRUST
+    light = (picture * weight).mean(dim=(-2, -1), keepdim=True)
+    return light / weight.mean(dim=(-2, -1), keepdim=True)
 
 
 def grain(picture, trust):

@@ -15,7 +15,7 @@ def load_network(path):
     if str(path).endswith(".onnx"):
         return _from_onnx(path)
     saved = torch.load(path, map_location="cpu")
-    network = StarNet(Shape(**{"borrows": False, **saved["shape"]}))  # older files do not say
+    network = StarNet(Shape(**{"borrows": False, "gates": False, **saved["shape"]}))  # older files do not say
     network.load_state_dict(saved["weights"])
     return network
 
@@ -52,4 +52,4 @@ def _shape_of(weights):
     fills = "fill.weight" in weights
     # Without borrowing it has four planes, with it six, each folded 2 x 2.
     borrows = fills and weights["fill.weight"].shape[0] > 16
-    return Shape(tuple(widths), tuple(blocks), fills, borrows)
+    return Shape(tuple(widths), tuple(blocks), fills, borrows, "gate.0.a.weight" in weights)

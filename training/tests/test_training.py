@@ -12,7 +12,8 @@ import torch
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
-from nebulex_training.average import blended
+from nebulex_training.average import AveragedNetwork, blended
+from nebulex_training.carrying import read_carried, write_carried
 from nebulex_training.checkpoint import read_newest_checkpoint, write_checkpoint
 from nebulex_training.dice import Dice
 from nebulex_training.exporting import export_model
@@ -20,7 +21,7 @@ from nebulex_training.feeder import BatchFeeder
 from nebulex_training.growing import grown
 from nebulex_training.losses import pixel_loss, pixel_weights, star_mask, texture_loss
 from nebulex_training.measures import Sums
-from nebulex_training.network import Doubling, Shape, StarNet
+from nebulex_training.network import SHAPES, Doubling, Gate, Shape, StarNet
 from nebulex_training.pool import ScenePool
 from nebulex_training.restraint import restrained
 from nebulex_training.surroundings import grain, spread
@@ -41,10 +42,11 @@ def shaken(shape=TINY):
 
 def plan_in(folder, steps):
     return Plan(
-        folder=pathlib.Path(folder), device="cpu", bfloat16=False, seed=1, seconds=3600.0, most_steps=steps,
-        rate=1e-3, batch=2, patch=64, pool=3, scene_size=64, fresh_scenes=0.5, decay=0.9,
+        folder=pathlib.Path(folder), device="cpu", bfloat16=False, seed=1, seconds=3600.0,
+        most_steps=steps, rate=1e-3, batch=2, accumulate=1, patch=64, pool=3, scene_size=64,
+        fresh_scenes=0.5, decays=(0.8, 0.9), whole_from=1.0,
         losses=LossWeights(texture=0.01, adversarial=0.001), critic_from=0.0, report_steps=2,
-        checkpoint_seconds=1e9, validation_scenes=2, validation_size=64,
+        report_share=10.0, checkpoint_seconds=1e9, validation_scenes=2, validation_size=64,
     )  # fmt: skip
 
 
@@ -134,9 +136,13 @@ class Network(unittest.TestCase):
 
     def test_weights_survive_the_way_through_a_file(self):
         with tempfile.TemporaryDirectory() as folder:
-            abilities = ((False, False), (True, False), (True, True))
-            for name, (fills, borrows) in itertools.product(("weights.pt", "model.onnx"), abilities):
-                network = shaken(dataclasses.replace(TINY, fills=fills, borrows=borrows))
+            abilities = (
+                (False, False, False), (True, False, False), (True, True, False), (True, True, True)
+            )  # fmt: skip
+            for name, each in itertools.product(("weights.pt", "model.onnx"), abilities):
+                fills, borrows, gates = each
+                shape = dataclasses.replace(TINY, fills=fills, borrows=borrows, gates=gates)
+                network = shaken(shape)
                 path = pathlib.Path(folder, name)
                 (export_model if path.suffix == ".onnx" else save_network)(network, path)
                 loaded = load_network(path)
@@ -157,6 +163,37 @@ class Network(unittest.TestCase):
             blended(first, StarNet(Shape((8, 8, 8, 8, 8), (1, 1, 1, 1, 2))), 0.5)
         with self.assertRaises(ValueError):
             blended(first, second, 1.5)
+
+    def test_averages_begin_at_the_weights_and_move_by_their_decay(self):
+        network = StarNet(TINY)
+        for parameter in network.parameters():
+            torch.nn.init.constant_(parameter, 1.0)
+        average = AveragedNetwork(network, 0.999)
+        for parameter in network.parameters():
+            torch.nn.init.constant_(parameter, 2.0)
+        for _ in range(100):
+            average.follow(network)
+        # 100 steps are a tenth of what the average remembers: most of it is where it began.
+        for parameter in average.network.parameters():
+            expected = torch.full_like(parameter, 2.0 - 0.999**100)
+            self.assertTrue(torch.allclose(parameter, expected, atol=1e-4))
+
+    def test_a_gate_knows_what_there_is_anywhere_and_starts_as_nothing(self):
+        torch.manual_seed(4)
+        gate, x = Gate(6), Dice(1).normal(2, 6, 8, 8)
+        self.assertTrue(torch.equal(gate(x), x))
+        torch.nn.init.normal_(gate.b.weight)
+        elsewhere = x.clone()
+        elsewhere[:, 2, 7, 7] = 9.0
+        self.assertFalse(torch.allclose(gate(elsewhere)[..., 0, 0], gate(x)[..., 0, 0]))
+
+    def test_the_gated_network_takes_the_shipped_weights_over_unchanged(self):
+        shipped = load_network(SHIPPED).eval()
+        gated = grown(shipped, SHAPES["gated"]).eval()
+        self.assertTrue(gated.shape.gates)
+        picture = Dice(1).uniform(0.0, 1.0, 1, 3, 64, 64)
+        with torch.no_grad():
+            self.assertTrue(torch.allclose(shipped(picture), gated(picture), atol=1e-5))
 
     def test_the_shipped_weights_take_stars_away(self):
         network = load_network(SHIPPED).eval()
@@ -192,6 +229,31 @@ class Surroundings(unittest.TestCase):
         trust[..., 30:100, 40:110] = 0.0
         result = spread(colour.expand(1, 3, 128, 128), trust)
         self.assertLess(float((result - colour).abs().max()), 1e-3)
+
+    def test_a_flat_sky_stays_flat_under_next_to_no_trust(self):
+        for trust in (1e-6, 1e-7, 1e-8, 0.0):
+            for side in (32, 192, 512):
+                sky = torch.full((1, 3, side, side), 0.3)
+                result = spread(sky, torch.full((1, 1, side, side), trust))
+                self.assertLess(float((result - sky).abs().max()), 1e-5, (trust, side))
+
+    def test_a_large_star_at_the_edge_gets_the_sky_and_not_black(self):
+        sky, trust = torch.full((1, 3, 512, 512), 0.3), torch.full((1, 1, 512, 512), 1e-7)
+        trust[..., :, 480:] = 0.05
+        picture = sky.clone()
+        picture[..., :, :300], trust[..., :, :300] = 1.0, 0.0
+        result = spread(picture, trust)[..., :, :300]
+        self.assertLess(float((result - 0.3).abs().max()), 0.01)
+
+    def test_what_no_trust_reaches_gets_the_mean_of_what_is_trusted(self):
+        picture = torch.zeros(1, 3, 512, 512)
+        picture[..., :, 256:] = 0.8
+        for side, expected in ((slice(0, 256), 0.0), (slice(256, 512), 0.8)):
+            trust = torch.zeros(1, 1, 512, 512)
+            trust[..., side] = 1e-4
+            self.assertAlmostEqual(float(spread(picture, trust).mean()), expected, delta=0.02)
+        nothing = spread(picture, torch.zeros(1, 1, 512, 512))
+        self.assertAlmostEqual(float(nothing.mean()), 0.4, places=4)
 
     def test_a_star_gets_the_colour_of_the_sky_beside_it(self):
         # Red on the left, blue on the right, a white star wholly in the left half.
@@ -260,31 +322,39 @@ class Grain(unittest.TestCase):
 
 
 class Losses(unittest.TestCase):
-    def test_star_pixels_count_more(self):
+    def test_hand_worked_pixel_loss(self):
         target = torch.zeros(1, 3, 32, 32)
         picture = target.clone()
-        picture[:, :, 0, 0] = 1.0
-        mask = star_mask(picture, target)
-        self.assertEqual(mask.sum(), 1.0)
-        weight = pixel_weights(mask, target, LossWeights(star=5.0, compact=10.0))
-        # One of 1024 pixels is wrong by 1, and counts five times.
-        self.assertAlmostEqual(float(pixel_loss(picture, target, weight)), 5.0 / 1024.0)
+        picture[:, :, 10:15, 10:15] = 1.0
+        weight = pixel_weights(picture, target, 5.0)
+        # 25 of 1024 pixels are wrong by 1, and count five times.
+        self.assertAlmostEqual(float(pixel_loss(picture, target, weight)), 125.0 / 1024.0)
+        self.assertEqual(float(weight[0, 0, 25, 25]), 1.0)
 
-    def test_what_looks_like_a_star_and_stays_counts_most(self):
-        target = torch.full((1, 3, 64, 64), 0.2)
-        target[:, 1, 30:33, 40:43] = 0.5  # a small galaxy
-        target[:, :, :, :10] = 0.8  # the edge of something large
-        weight = pixel_weights(star_mask(target, target), target, LossWeights(compact=10.0))
-        self.assertEqual(float(weight[0, 0, 31, 41]), 10.0)
-        self.assertEqual(float(weight[0, 0, 31, 20]), 1.0)
-        self.assertEqual(float(weight[0, 0, 5, 60]), 1.0)
+    def test_a_star_left_costs_what_a_galaxy_taken_costs(self):
+        at = torch.arange(256.0) - 128.0
+        square = at[:, None] ** 2 + at[None] ** 2
+        for width, height in itertools.product((2.0, 8.0, 20.0), (0.015, 0.03, 0.1, 0.5)):
+            sky = torch.full((1, 3, 256, 256), 0.2)
+            blob = sky + height * torch.exp(-0.5 * square / width**2)
+            left, taken = (
+                float(pixel_loss(result, target, pixel_weights(blob, target, 5.0)))
+                for result, target in ((blob, sky), (sky, blob))
+            )
+            # The surroundings of a wide galaxy hold some of its own light.
+            self.assertAlmostEqual(taken / left, 1.0, delta=0.25, msg=f"{width} {height}")
 
-    def test_white_that_stays_has_a_weight_of_its_own(self):
-        core = torch.full((1, 3, 64, 64), 0.8)
-        core[:, 2, :, 32:] = 0.5  # no white
-        weight = pixel_weights(star_mask(core, core), core, LossWeights(white=4.0))
-        self.assertEqual(float(weight[0, 0, 31, 5]), 4.0)
-        self.assertEqual(float(weight[0, 0, 31, 60]), 1.0)
+    def test_a_faint_star_and_a_faint_galaxy_count_as_any_pixel(self):
+        sky = torch.full((1, 3, 128, 128), 0.2)
+        blob = sky.clone()
+        blob[..., 60:66, 60:66] += 0.009
+        for target in (sky, blob):
+            self.assertEqual(float(pixel_weights(blob, target, 5.0).max()), 1.0)
+
+    def test_a_smooth_sky_that_stays_counts_once(self):
+        slope = torch.linspace(0.2, 0.5, 256)[None, None, None].expand(1, 3, 256, 256)
+        weight = pixel_weights(slope, slope, 5.0)
+        self.assertEqual(float(weight[..., 90:166, 90:166].max()), 1.0)
 
     def test_smooth_fillings_cost_texture(self):
         target = 0.3 + 0.02 * Dice(1).normal(1, 3, 64, 64)
@@ -359,14 +429,22 @@ class Resuming(unittest.TestCase):
         self.assertEqual(shapes(128, 6), {(6, 3, 64, 64)})
 
     def test_an_interrupted_training_goes_the_same_way(self):
+        for accumulate in (1, 3):
+            with self.subTest(accumulate=accumulate):
+                self._interrupt(accumulate)
+
+    def _interrupt(self, accumulate):
+        def plan(folder):
+            return dataclasses.replace(plan_in(folder, 6), accumulate=accumulate)
+
         with tempfile.TemporaryDirectory() as whole, tempfile.TemporaryDirectory() as parts:
-            reference = Trainer(plan_in(whole, 6), shaken())
+            reference = Trainer(plan(whole), shaken())
             reference.run()
-            interrupted = Trainer(plan_in(parts, 6), shaken())
+            interrupted = Trainer(plan(parts), shaken())
             for _ in range(3):
                 interrupted._train_step()
             interrupted.save()
-            resumed = Trainer(plan_in(parts, 6), shaken())
+            resumed = Trainer(plan(parts), shaken())
             self.assertEqual(resumed.step, 3)
             resumed.run()
             self.assertEqual(resumed.step, 6)
@@ -379,6 +457,101 @@ class Resuming(unittest.TestCase):
                 self.assertTrue(torch.equal(state, feeders[1]["dice"][key]), key)
             lines = pathlib.Path(parts, "log.csv").read_text(encoding="utf-8").splitlines()
             self.assertEqual([line.split(",")[0] for line in lines], ["step", "4", "6"])
+
+    def test_batches_add_up_to_one_large_one(self):
+        with tempfile.TemporaryDirectory() as folder:
+            plan = dataclasses.replace(plan_in(folder, 6), losses=LossWeights())
+            batches = [(Dice(k).uniform(0.0, 1.0, 2, 3, 64, 64),) * 2 for k in range(4)]
+            whole = tuple(torch.cat(parts) for parts in zip(*batches))
+            gradients = []
+            for accumulate, given in ((4, batches), (1, [whole])):
+                trainer = Trainer(dataclasses.replace(plan, accumulate=accumulate), shaken())
+                trainer._feeder.next = iter(given).__next__
+                trainer._train_step()
+                self.assertEqual(trainer.step, 1)
+                gradients.append(trainer.network.inp.weight.grad)
+                trainer._feeder.stop()
+            self.assertTrue(torch.allclose(*gradients, rtol=1e-3, atol=1e-6))
+
+    def test_the_rate_falls_to_zero_once(self):
+        with tempfile.TemporaryDirectory() as folder:
+            trainer = Trainer(plan_in(folder, 2000), shaken())
+            trainer._feeder.stop()
+            rates = []
+            for trainer.step in range(0, 2001, 50):
+                rates.append(trainer._rate())
+            highest = rates.index(max(rates))
+            self.assertEqual(highest, 2)  # 100 steps of warm-up
+            self.assertEqual(rates[highest:], sorted(rates[highest:], reverse=True))
+            self.assertAlmostEqual(rates[-1], 0.0)
+
+    def test_the_last_part_is_on_whole_tiles(self):
+        with tempfile.TemporaryDirectory() as folder:
+            plan = dataclasses.replace(
+                plan_in(folder, 12), whole_from=0.5, patch=32, batch=8, scene_size=64,
+                losses=LossWeights(), report_steps=100,
+            )  # fmt: skip
+            trainer = Trainer(plan, shaken())
+            shapes, given = [], trainer._feeder.next
+
+            def next_batch():
+                batch = given()
+                shapes.append(tuple(batch[0].shape))
+                return batch
+
+            trainer._feeder.next = next_batch
+            trainer.run()
+            self.assertIn((8, 3, 32, 32), shapes[:6])
+            self.assertEqual(set(shapes[-3:]), {(2, 3, 64, 64)})
+
+    def test_reports_take_no_more_than_their_share_of_the_time(self):
+        with tempfile.TemporaryDirectory() as folder:
+            trainer = Trainer(dataclasses.replace(plan_in(folder, 6), report_share=0.03), shaken())
+            trainer._feeder.stop()
+            trainer.step, trainer.elapsed, trainer.reporting = 4, 1000.0, 29.0
+            self.assertTrue(trainer._report_is_due())
+            trainer.reporting = 31.0
+            self.assertFalse(trainer._report_is_due())
+            trainer.step, trainer.reporting = 5, 0.0
+            self.assertFalse(trainer._report_is_due())
+
+    def test_a_training_goes_on_on_another_machine(self):
+        with tempfile.TemporaryDirectory() as here, tempfile.TemporaryDirectory() as there:
+            first = Trainer(dataclasses.replace(plan_in(here, 3), carried=True), shaken())
+            first.run()
+            carried = read_carried(pathlib.Path(here, "carried"))
+            self.assertEqual(carried["step"], 3)
+            second = Trainer(plan_in(there, 3), StarNet(TINY), carried)
+            self.assertEqual(second.step, 0)
+            for mine, theirs in zip(first.network.parameters(), second.network.parameters()):
+                self.assertTrue(torch.allclose(mine, theirs, atol=1e-4))
+                known, adopted = (
+                    trainer.optimizer.state[parameter]["exp_avg_sq"]
+                    for trainer, parameter in ((first, mine), (second, theirs))
+                )
+                # bfloat16 has 8 significant bits.
+                self.assertTrue(torch.allclose(known, adopted, rtol=2.0**-8))
+            slowest = first.averages[-1].network.parameters()
+            for average in second.averages:
+                for mine, theirs in zip(slowest, average.network.parameters()):
+                    self.assertTrue(torch.equal(mine, theirs))
+            second.run()
+            self.assertEqual((second.step, second.skipped), (3, 0))
+
+    def test_the_largest_network_is_carried_in_four_parts(self):
+        network = StarNet(SHAPES["gated"])
+        optimizer = torch.optim.Adam(network.parameters())
+        for parameter in network.parameters():
+            parameter.grad = torch.zeros_like(parameter)
+        optimizer.step()
+        with tempfile.TemporaryDirectory() as folder:
+            place = pathlib.Path(folder, "carried")
+            write_carried(place, network, AveragedNetwork(network, 0.9).network, optimizer, 1)
+            parts = sorted(place.iterdir())
+            self.assertLessEqual(len(parts), 4)
+            self.assertTrue(all(part.stat().st_size < 16 * 1024 * 1024 for part in parts))
+        with self.assertRaises(FileNotFoundError):
+            read_carried(place)
 
     def test_a_batch_that_is_not_finite_changes_nothing(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -412,7 +585,7 @@ class Resuming(unittest.TestCase):
 
 
 class Growing(unittest.TestCase):
-    LARGER = Shape((12, 10, 8, 14, 9), (2, 1, 2, 1, 3))
+    LARGER = Shape((12, 10, 8, 14, 9), (2, 1, 2, 1, 3), gates=True)
 
     def test_a_grown_network_gives_the_same_pictures_at_first(self):
         network = shaken()
@@ -444,6 +617,8 @@ class Growing(unittest.TestCase):
             grown(shaken(self.LARGER), TINY)
         with self.assertRaisesRegex(ValueError, "cannot grow"):
             grown(shaken(TINY), dataclasses.replace(TINY, borrows=False))
+        with self.assertRaisesRegex(ValueError, "cannot grow"):
+            grown(shaken(dataclasses.replace(TINY, gates=True)), TINY)
 
 
 if __name__ == "__main__":

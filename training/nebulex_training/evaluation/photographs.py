@@ -6,10 +6,14 @@ import cv2
 import numpy as np
 import sep
 
+from .added_stars import add_stars, knowing_the_truth, rows_of_shares, shares_left
+from .invariance import forms
 from .program import read_picture
+from .spectra import texture_ratio
 
 _FITS_SUFFIXES = (".fit", ".fits", ".fts")
 _PICTURE_SUFFIXES = (".png", ".tif", ".tiff")
+_PLACES = 4000  # random ones, to see what chance finds
 _MIDDLE_GREY = 0.15  # where the sky of a linear photograph is stretched to
 
 
@@ -71,18 +75,45 @@ def measure_photograph(remove, picture, seed=1):
     sources = Sources(picture)
     result = remove(picture)
     after = Sources(result, sources.noise)
-    absolute, signed = _added_stars(remove, picture, result, sources, seed)
+    added = add_stars(picture, sources.width, sources.noise, seed)
     typical, all_of_it = _sky_change(picture, result, sources)
     rows = {
         "stars": float(len(sources.x)),
         "left": _share_left(sources, after),
-        "added, absolute": absolute,
-        "added, signed": signed,
+        "left by chance": _share_left_by_chance(sources, after, picture.shape, seed),
+        **dict(rows_of_shares(added, shares_left(added, result, remove(added.picture)))),
         "sky": typical,
         "sky, root mean square": all_of_it,
         "texture": _texture(picture, result, sources),
     }
+    rows["left, less chance"] = less_chance(rows["left"], rows["left by chance"])
     return rows, result
+
+
+def best_of_photograph(picture, seed=1):
+    """The added stars' measures of one who knows the picture without them."""
+    sources = Sources(picture)
+    added = add_stars(picture, sources.width, sources.noise, seed)
+    best = knowing_the_truth(picture, added)
+    return dict(rows_of_shares(added, shares_left(added, picture, best)))
+
+
+def less_chance(left, by_chance):
+    """The share of the sources that are left beyond what any place would count as one."""
+    return (left - by_chance) / (1.0 - by_chance) if by_chance < 1.0 else float("nan")
+
+
+def measure_forms(remove, picture):
+    """The share of the sources left, less chance, of the picture in each form; by name."""
+    sources = Sources(picture)
+    rows = {}
+    for form in forms(picture):
+        there = np.ascontiguousarray(form.there(picture)).astype(np.float32)
+        result = np.ascontiguousarray(form.back(remove(there, linear=form.linear)))
+        after = Sources(result.astype(np.float32), sources.noise)
+        chance = _share_left_by_chance(sources, after, picture.shape, 1)
+        rows[f"left, {form.name}"] = less_chance(_share_left(sources, after), chance)
+    return rows
 
 
 def typical_measures(rows):
@@ -99,41 +130,23 @@ def typical_measures(rows):
 
 
 def _share_left(before, after):
-    if len(before.x) == 0:
+    return _share_near(before.x, before.y, after, before.width)
+
+
+def _share_left_by_chance(before, after, shape, seed):
+    """The share of random places that have a source of the result within one star width."""
+    rng = np.random.default_rng(seed)
+    x, y = rng.uniform(0.0, shape[1], _PLACES), rng.uniform(0.0, shape[0], _PLACES)
+    return _share_near(x, y, after, before.width)
+
+
+def _share_near(x, y, after, width):
+    if len(x) == 0:
         return float("nan")
     if len(after.x) == 0:
         return 0.0
-    distance = np.hypot(before.x[:, None] - after.x[None], before.y[:, None] - after.y[None])
-    return float((distance.min(axis=1) <= before.width).mean())
-
-
-def _added_stars(remove, picture, result, sources, seed):
-    """How much is left of stars that were added, absolute and signed, over their light.
-
-    Counted where they were added: what the network then sees elsewhere is another question.
-    """
-    rng = np.random.default_rng(seed)
-    height, width = picture.shape[:2]
-    count = int(np.clip(height * width / 8000, 20, 300))
-    light = np.zeros((height, width, 3), np.float32)
-    near = np.zeros((height, width), bool)
-    reach = int(np.ceil(5.0 * sources.width))
-    scale = sources.width / (2.0 * np.sqrt(2.0 ** (1.0 / 3.0) - 1.0))
-    is_grey = np.array_equal(picture[:, :, 0], picture[:, :, 2])
-    for _ in range(count):
-        x, y = rng.uniform(reach, width - reach - 1), rng.uniform(reach, height - reach - 1)
-        rows, columns = np.mgrid[int(y) - reach : int(y) + reach, int(x) - reach : int(x) + reach]
-        profile = (1.0 + ((columns - x) ** 2 + (rows - y) ** 2) / scale**2) ** -3.0
-        colour = np.ones(3) if is_grey else np.exp(0.2 * rng.standard_normal(3))
-        peak = np.exp(rng.uniform(np.log(0.03), np.log(1.5)))
-        near[rows, columns] = True
-        light[rows, columns] += (peak * profile[:, :, None] * colour).astype(np.float32)
-    # A power of 2.2 stands for the unknown stretch.
-    crowded = np.clip(picture**2.2 + light, 0.0, 1.0) ** (1.0 / 2.2)
-    added = crowded - picture
-    left = (remove(crowded) - result)[near]
-    total = float(added.sum())
-    return float(np.abs(left).sum()) / total, float(left.sum()) / total
+    distance = np.hypot(x[:, None] - after.x[None], y[:, None] - after.y[None])
+    return float((distance.min(axis=1) <= width).mean())
 
 
 def _disc(radius):
@@ -157,20 +170,7 @@ def _sky_change(picture, result, sources):
 
 
 def _texture(picture, result, sources):
-    """Fine detail in the footprints of removed stars, over that around them: the median."""
-    detail = (result - cv2.blur(result, (3, 3))).mean(axis=2)
-    removed = (np.abs(picture - result).max(axis=2) > 5.0 * sources.noise).astype(np.uint8)
-    outside = cv2.dilate(removed, _disc(1.0)) == 0
-    height, width = removed.shape
-    reach = int(np.ceil(4.0 * sources.width))
-    ratios = []
-    for x, y in zip(sources.x, sources.y):
-        rows = slice(max(0, int(y) - reach), min(height, int(y) + reach + 1))
-        columns = slice(max(0, int(x) - reach), min(width, int(x) + reach + 1))
-        inside, around = removed[rows, columns] > 0, outside[rows, columns]
-        if inside.sum() < 20 or around.sum() < 20:
-            continue
-        surrounding = detail[rows, columns][around].std()
-        if surrounding > 1e-5:
-            ratios.append(detail[rows, columns][inside].std() / surrounding)
-    return float(np.median(ratios)) if ratios else float("nan")
+    """Grain in the footprints of what was removed, over that outside."""
+    removed = np.abs(picture - result).max(axis=2) > 5.0 * sources.noise
+    near = cv2.dilate(removed.astype(np.uint8), _disc(2.0)) > 0
+    return texture_ratio(result, removed, near)

@@ -35,8 +35,9 @@ class ProgramRemover:
         self.name = name
         self._program, self._model, self._stride = program, model, stride
 
-    def __call__(self, picture):
-        return self._run(picture, self._stride)
+    def __call__(self, picture, linear=False):
+        """The picture without its stars; the program is told if its data is linear."""
+        return self._run(picture, self._stride, ("--linear",) if linear else ())
 
     def tile_seconds(self):
         """Time of the program for one more tile: many tiles against one, the best of three."""
@@ -50,18 +51,27 @@ class ProgramRemover:
                 best[side] = min(best.get(side, np.inf), time.monotonic() - began)
         return (best[1536] - best[512]) / 8.0
 
-    def _run(self, picture, stride):
+    def _run(self, picture, stride, options=()):
         with tempfile.TemporaryDirectory() as folder:
             source, target = pathlib.Path(folder, "in.tif"), pathlib.Path(folder, "out.tif")
             write_picture(source, picture)
             command = [self._program, "-q", "-i", source, "-o", target, "-s", str(stride)]
-            command += ["-w", self._model]
+            command += ["-w", self._model, *options]
             done = subprocess.run(
                 [str(word) for word in command], capture_output=True, text=True, check=False
             )
             if done.returncode != 0:
                 raise RuntimeError(f"{self._program} failed: {done.stderr.strip()}")
             return read_picture(target)
+
+
+class NothingRemover:
+    """Leaves every picture as it is, rounded as a file is."""
+
+    name = "doing nothing"
+
+    def __call__(self, picture, linear=False):
+        return np.round(picture * np.float32(65535.0)) / np.float32(65535.0)
 
 
 class InpaintingRemover:
