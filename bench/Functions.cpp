@@ -9,13 +9,11 @@
 #include <fstream>
 #include <functional>
 #include <opencv2/core.hpp>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "backend/HalfFloat.h"
-#include "common/Diagnostics.h"
 #include "common/GridAlignedResample.h"
 #include "common/RangeStatistics.h"
 #include "core/FixedLinearMtf.h"
@@ -25,10 +23,10 @@
 #include "core/StarLayers.h"
 #include "core/TileGeometry.h"
 #include "core/TiledInference.h"
-#include "io/DisplayReader.h"
-#include "io/DisplayWriter.h"
-#include "io/FitsReader.h"
-#include "io/FitsWriter.h"
+#include "io/fits/FitsReader.h"
+#include "io/fits/FitsWriter.h"
+#include "io/raster/RasterReader.h"
+#include "io/raster/RasterWriter.h"
 
 namespace project_lumen {
 namespace {
@@ -100,8 +98,8 @@ void RegisterTiling() {
   const core::TileGeometry geometry = core::ComputeTileGeometry(kColumns, kRows, kWindow, kStride);
   const std::int64_t padded =
       std::int64_t{geometry.paddedWidth} * geometry.paddedHeight * std::int64_t{3 * sizeof(float)};
-  Register("PadReflect101", BytesOf(image) + padded, [image, geometry] {
-    benchmark::DoNotOptimize(core::PadReflect101(image, geometry).data);
+  Register("PadReflect101", BytesOf(image) + padded, [image, geometry, part = cv::Mat()]() mutable {
+    core::PadReflect101(image, geometry, {0, 0, geometry.paddedWidth, geometry.paddedHeight}, part);
   });
   // Cutting, the uniform test, weighting and adding: a network that hands its tile back. Each tile
   // is read and written, its answer read, the sum read and written.
@@ -136,7 +134,7 @@ void RegisterTransfer() {
   Register("FixedMtfForward", BytesOf(source) + BytesOf(stretched),
            [mtf] { benchmark::DoNotOptimize(mtf.Stretch().data); });
   Register("FixedMtfInverse", 2 * BytesOf(source) + BytesOf(stretched), [mtf, stretched] {
-    benchmark::DoNotOptimize(mtf.InvertLinearPrediction(stretched, true).data);
+    benchmark::DoNotOptimize(mtf.InvertLinearPrediction(stretched).data);
   });
 }
 
@@ -147,7 +145,7 @@ void RegisterLayers() {
     const cv::Mat starless = MakeStarless(image);
     Register("ProtectHighlights" + suffix, 3 * BytesOf(image),
              [image, work = starless.clone()]() mutable {
-               core::ProtectHighlightsInPlace(image, work);
+               core::ProtectStarlessHighlights(image, work);
              });
     Register("StarMask" + suffix, 3 * BytesOf(image), [image, starless] {
       benchmark::DoNotOptimize(core::ComputeStarMask(image, starless).data);
@@ -176,26 +174,33 @@ void RegisterStatistics() {
 }
 
 void RegisterFiles(const std::filesystem::path& folder) {
-  static std::ostringstream records;
-  const DiagnosticsSink quiet{true, false, records};
   const std::string tiff = folder / "image.tif";
   const cv::Mat stored = MakeImage(CV_16UC3, 65535.0);
-  Register("TiffWrite", BytesOf(stored), [tiff, stored] { io::WriteDisplayImage(tiff, stored); });
-  io::WriteDisplayImage(tiff, stored);
-  Register("TiffRead", BytesOf(stored),
-           [tiff] { benchmark::DoNotOptimize(io::ReadDisplayImage(tiff).data); });
+  const auto writeTiff = [tiff, stored] {
+    io::RasterWriter writer(tiff, stored.size(), stored.type());
+    writer.Append(stored);
+    writer.Finish();
+  };
+  Register("TiffWrite", BytesOf(stored), writeTiff);
+  writeTiff();
+  Register("TiffRead", BytesOf(stored), [tiff] {
+    io::RasterReader reader(tiff);
+    benchmark::DoNotOptimize(reader.ReadRows(reader.Info().height).data);
+  });
 
   const std::string fits = folder / "image.fits";
   const cv::Mat image = MakeImage(CV_32FC3);
   const cv::Mat capped = cv::min(image, 1.0);
-  const auto write = [quiet, capped](const std::string& path) {
-    io::WriteFitsOutput(path, capped, false, nullptr, io::OutputRole::kMain, nullptr, quiet);
+  const auto write = [capped](const std::string& path) {
+    io::WriteFitsOutput(path, capped, false, nullptr, io::OutputRole::kMain, nullptr);
   };
   write(fits);
   Register("FitsWrite", BytesOf(image), [write, fits] { write(fits); });
   for (const bool linear : {false, true}) {
-    Register(linear ? "FitsReadLinear" : "FitsRead", BytesOf(image), [fits, linear, quiet] {
-      benchmark::DoNotOptimize(io::ReadFitsImage(fits, linear, quiet).image.data);
+    Register(linear ? "FitsReadLinear" : "FitsRead", BytesOf(image), [fits, linear] {
+      io::FitsImageInfo info;
+      io::InputReport report;
+      benchmark::DoNotOptimize(io::ReadFitsImage(fits, linear, info, report).data);
     });
   }
 }

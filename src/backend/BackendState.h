@@ -1,9 +1,11 @@
 // What an OnnxRuntimeBackend owns.
 #pragma once
 
+#include <mutex>
 #include <string>
 
 #include "backend/ExecutionProviders.h"
+#include "backend/MessageCallback.h"
 #include "backend/OrtHandles.h"
 #include "backend/ProtobufWire.h"
 
@@ -18,6 +20,8 @@ struct BackendState {
   std::string inputName;
   std::string outputName;
   std::string providerName = kCpuProviderName;
+  MessageCallback messages;
+  std::mutex turn;  // held while a tile is in the session
 };
 
 }  // namespace project_lumen::backend

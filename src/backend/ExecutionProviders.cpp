@@ -9,12 +9,11 @@
 namespace project_lumen::backend {
 namespace {
 
-constexpr int kDefaultIntraThreads = 0;
 constexpr int kDirectMlDevice = 0;
 
-SessionOptionsHandle CreateCommonSessionOptions() {
+SessionOptionsHandle CreateCommonSessionOptions(int intraThreads) {
   SessionOptionsHandle options = CreateSessionOptions();
-  ConfigureCommonSessionOptions(*options, kDefaultIntraThreads);
+  ConfigureCommonSessionOptions(*options, intraThreads);
   return options;
 }
 
@@ -41,19 +40,19 @@ void ConfigureCommonSessionOptions(OrtSessionOptions& options, int intraThreads)
   ThrowOnError(api.SetSessionGraphOptimizationLevel(&options, ORT_ENABLE_ALL));
 }
 
-CandidateSession CreateCudaSession(const OrtEnv& environment, ByteView model) {
+CandidateSession CreateCudaSession(const OrtEnv& environment, ByteView model, int intraThreads) {
   const OrtApi& api = CurrentOrtApi();
-  SessionOptionsHandle options = CreateCommonSessionOptions();
+  SessionOptionsHandle options = CreateCommonSessionOptions(intraThreads);
   const auto cudaOptions = CreateHandle<CudaOptionsHandle>(api.CreateCUDAProviderOptions);
   ThrowOnError(api.SessionOptionsAppendExecutionProvider_CUDA_V2(options.get(), cudaOptions.get()));
   SessionHandle session = CreateSession(environment, model, *options);
   return {std::move(options), std::move(session)};
 }
 
-CandidateSession CreateDirectMlSession(const OrtEnv& environment, ByteView model,
+CandidateSession CreateDirectMlSession(const OrtEnv& environment, ByteView model, int intraThreads,
                                        const void* runtimeAddress) {
   const OrtApi& api = CurrentOrtApi();
-  SessionOptionsHandle options = CreateCommonSessionOptions();
+  SessionOptionsHandle options = CreateCommonSessionOptions(intraThreads);
   ThrowOnError(api.DisableMemPattern(options.get()));
   ThrowOnError(api.SetSessionExecutionMode(options.get(), ORT_SEQUENTIAL));
   AppendDirectMlProvider(*options, runtimeAddress);
@@ -61,8 +60,8 @@ CandidateSession CreateDirectMlSession(const OrtEnv& environment, ByteView model
   return {std::move(options), std::move(session)};
 }
 
-CandidateSession CreateCpuSession(const OrtEnv& environment, ByteView model) {
-  SessionOptionsHandle options = CreateCommonSessionOptions();
+CandidateSession CreateCpuSession(const OrtEnv& environment, ByteView model, int intraThreads) {
+  SessionOptionsHandle options = CreateCommonSessionOptions(intraThreads);
   SessionHandle session = CreateSession(environment, model, *options);
   return {std::move(options), std::move(session)};
 }

@@ -1,5 +1,6 @@
 // A session for each execution provider, created from a model in memory. Every function throws
-// Ort::Exception when ONNX Runtime refuses.
+// Ort::Exception when ONNX Runtime refuses. `intraThreads` is the number of intra-op threads; 0
+// keeps ONNX Runtime's own.
 #pragma once
 
 #include <string>
@@ -22,19 +23,19 @@ struct CandidateSession {
 // Options as ONNX Runtime presets them.
 SessionOptionsHandle CreateSessionOptions();
 
-// What every provider's options have in common: one inter-op thread and all graph optimisations.
-// `intraThreads` of 0 keeps ONNX Runtime's own number of intra-op threads.
+// What every provider's options have in common: one inter-op thread, all graph optimisations and
+// the number of intra-op threads.
 void ConfigureCommonSessionOptions(OrtSessionOptions& options, int intraThreads);
 
 // CUDA with ONNX Runtime's own provider options.
-CandidateSession CreateCudaSession(const OrtEnv& environment, ByteView model);
+CandidateSession CreateCudaSession(const OrtEnv& environment, ByteView model, int intraThreads);
 
 // DirectML on device 0, which requires sequential execution without memory patterns.
 // `runtimeAddress` as for AppendDirectMlProvider.
-CandidateSession CreateDirectMlSession(const OrtEnv& environment, ByteView model,
+CandidateSession CreateDirectMlSession(const OrtEnv& environment, ByteView model, int intraThreads,
                                        const void* runtimeAddress);
 
-CandidateSession CreateCpuSession(const OrtEnv& environment, ByteView model);
+CandidateSession CreateCpuSession(const OrtEnv& environment, ByteView model, int intraThreads);
 
 // Appends DirectML through the function that the ONNX Runtime library exports for it, or, where it
 // exports none, by name. `runtimeAddress` lies inside that library; std::runtime_error "ONNX

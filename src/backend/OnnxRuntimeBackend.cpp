@@ -1,6 +1,7 @@
 #include "backend/OnnxRuntimeBackend.h"
 
 #include <exception>
+#include <mutex>
 #include <stdexcept>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "backend/ModelLookup.h"
 #include "backend/ModelPrescan.h"
 #include "backend/ProviderSelection.h"
+#include "backend/RuntimeLog.h"
 #include "backend/SessionRun.h"
 #include "common/Platform.h"
 
@@ -17,10 +19,18 @@ namespace {
 EnvironmentHandle CreateEnvironment(bool quiet) {
   const OrtApi& api = CurrentOrtApi();
   const OrtLoggingLevel level = quiet ? ORT_LOGGING_LEVEL_FATAL : ORT_LOGGING_LEVEL_WARNING;
-  auto environment = CreateHandle<EnvironmentHandle>(
-      [&](OrtEnv** result) { return api.CreateEnv(level, "project-lumen-ort", result); });
+  auto environment = CreateHandle<EnvironmentHandle>([&](OrtEnv** result) {
+    return api.CreateEnvWithCustomLogger(CollectRuntimeLog, nullptr, level, "project-lumen-ort",
+                                         result);
+  });
   ThrowOnError(api.SetLanguageProjection(environment.get(), ORT_PROJECTION_CPLUSPLUS));
   return environment;
+}
+
+void Send(const std::string& message, const MessageCallback& messages) {
+  if (messages) {
+    messages(message);
+  }
 }
 
 void RequireTile(const cv::Mat& tile) {
@@ -38,7 +48,8 @@ void RequireTile(const cv::Mat& tile) {
 }  // namespace
 
 ProviderPlatform SystemProviderPlatform() {
-  return {IsCudaProviderLibraryPresent(), reinterpret_cast<const void*>(&OrtGetApiBase)};
+  return {IsCudaProviderLibraryPresent(), reinterpret_cast<const void*>(&OrtGetApiBase),
+          RestrictedProcessorCount()};
 }
 
 OnnxRuntimeBackend::OnnxRuntimeBackend(const std::string& modelPath, int windowSize,
@@ -49,12 +60,19 @@ OnnxRuntimeBackend::OnnxRuntimeBackend(const std::string& modelPath, int windowS
                                        const MessageCallback& messageCallback, bool quiet,
                                        const ProviderPlatform& platform)
     : state_(std::make_unique<BackendState>()) {
+  state_->messages = messageCallback;
+  RuntimeLog log;
   try {
     state_->environment = CreateEnvironment(quiet);
     state_->options = CreateSessionOptions();
     state_->model = LoadPreparedModel(modelPath);
-    SelectProvider(*state_, platform, windowSize, messageCallback);
+    SelectProvider(*state_, platform, windowSize, [&](const std::string& message) {
+      log.SendTo(messageCallback);
+      Send(message, messageCallback);
+    });
+    log.SendTo(messageCallback);
   } catch (const std::exception& error) {
+    log.SendTo(messageCallback);
     throw std::runtime_error(
         std::string(error.what()) + "\n" +
         DescribeModelContext("ONNX Runtime", "ONNX model", "backend caller", modelPath, {}));
@@ -67,18 +85,16 @@ const std::string& OnnxRuntimeBackend::ProviderName() const {
   return state_->providerName;
 }
 
-cv::Mat OnnxRuntimeBackend::InferTile(const cv::Mat& tile) {
-  std::vector<float> samples = InferSamples(tile);
-  return cv::Mat(tile.rows, tile.cols, CV_32FC3, samples.data()).clone();
-}
-
-std::vector<float> OnnxRuntimeBackend::InferSamples(const cv::Mat& tile) {
+std::vector<float> OnnxRuntimeBackend::InferTile(const cv::Mat& tile) {
   RequireTile(tile);
   const TensorShape shape{1, tile.rows, tile.cols, tile.channels()};
-  const CheckedOutput answer =
-      RunSessionChecked(*state_->session, state_->providerName, state_->inputName,
-                        state_->outputName, shape, tile.ptr<float>(), kInferenceStage);
-  return {answer.samples.begin(), answer.samples.end()};
+  return WithRuntimeLog(state_->messages, [&]() -> std::vector<float> {
+    const std::lock_guard turn(state_->turn);
+    const CheckedOutput answer =
+        RunSessionChecked(*state_->session, state_->providerName, state_->inputName,
+                          state_->outputName, shape, tile.ptr<float>(), kInferenceStage);
+    return {answer.samples.begin(), answer.samples.end()};
+  });
 }
 
 }  // namespace project_lumen::backend

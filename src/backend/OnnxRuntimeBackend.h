@@ -1,36 +1,42 @@
 // The star-removal network, ready to run: a model opened with ONNX Runtime on the first execution
-// provider that works.
+// provider that works. It knows nothing of images: tiles of any number of them can go through it,
+// one after another or in turns.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
 
-namespace project_lumen::backend {
+#include "backend/MessageCallback.h"
 
-// Receives one line for each provider that failed and for the fallback to the CPU. May be empty.
-using MessageCallback = std::function<void(const std::string&)>;
+namespace project_lumen::backend {
 
 // What the choice of a provider asks of the system.
 struct ProviderPlatform {
   bool cudaLibraryPresent;     // CUDA is tried only then
   const void* runtimeAddress;  // an address inside the loaded ONNX Runtime library
+  int intraThreads = 0;        // for every session; 0 leaves their number to ONNX Runtime
 };
 
-// The provider library beside the executable, and the ONNX Runtime that the program is linked with.
+// The provider library beside the executable, the ONNX Runtime that the program is linked with, and
+// the processors that the process may use. ONNX Runtime counts those of the machine: where they are
+// more, its threads would crowd the allowed ones, or run on foreign ones.
 ProviderPlatform SystemProviderPlatform();
 
 struct BackendState;
 
-// An active session. All calls belong to one thread.
+// An active session. It may be used from several threads at once, which take turns, a tile each;
+// the output of a tile does not depend on the others. Messages come on the thread whose call they
+// belong to and while no turn is taken, so that what they call may use the session too.
 class OnnxRuntimeBackend {
  public:
   // Reads and prepares the model, then tries CUDA, DirectML and the CPU in this order; accepted is
   // the first whose session runs one warmup tile of windowSize x windowSize pixels. With `quiet`
-  // ONNX Runtime logs fatal messages only, else warnings too.
+  // ONNX Runtime logs fatal messages only, else warnings too; where several sessions live at once,
+  // the first one's choice holds for all. The callback also gets what is logged of later tiles, so
+  // what it refers to has to outlive the session.
   //
   // Throws std::runtime_error: the message of what failed, a line feed, and the model context.
   OnnxRuntimeBackend(const std::string& modelPath, int windowSize,
@@ -45,15 +51,13 @@ class OnnxRuntimeBackend {
   // "CUDA execution provider", "DirectML execution provider" or "CPU execution provider"
   [[nodiscard]] const std::string& ProviderName() const;
 
-  // The network's output for one tile: CV_32FC3, continuous, any size that the model takes; a new
-  // image of the same size and type. The samples are not judged: NaN stays NaN.
+  // The network's output for one tile (CV_32FC3, continuous, any size that the model takes) as
+  // plain samples, rows x columns x RGB. They are not judged: NaN stays NaN.
   //
   // Throws std::runtime_error: "ONNX Runtime input image is empty.", "ONNX Runtime input image must
   // be CV_32FC3.", "ONNX Runtime input image must be continuous.", and the texts of
   // RunSessionChecked for the stage "inference". The backend stays usable.
-  cv::Mat InferTile(const cv::Mat& tile);
-  // The same as plain samples, rows x columns x RGB; throws the same.
-  std::vector<float> InferSamples(const cv::Mat& tile);
+  std::vector<float> InferTile(const cv::Mat& tile);
 
  private:
   std::unique_ptr<BackendState> state_;

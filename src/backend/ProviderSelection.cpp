@@ -14,8 +14,8 @@ constexpr float kWarmupSample = 0.125F;
 
 class Selection {
  public:
-  Selection(BackendState& state, int windowSize, const MessageCallback& messageCallback)
-      : state_(state), windowSize_(windowSize), messageCallback_(messageCallback) {}
+  Selection(BackendState& state, int windowSize, const MessageCallback& messages)
+      : state_(state), windowSize_(windowSize), messages_(messages) {}
 
   // `create` yields a CandidateSession; a standard exception from it or from the warmup becomes a
   // warning.
@@ -24,18 +24,19 @@ class Selection {
     try {
       ActivateSession(create(), providerName);
     } catch (const std::exception& error) {
-      Report("Warning: " + FormatProviderFailure(label, error.what()));
+      messages_("Warning: " + FormatProviderFailure(label, error.what()));
     }
   }
 
-  void RunCpuFallback() {
+  void RunCpuFallback(int intraThreads) {
     try {
-      ActivateSession(CreateCpuSession(*state_.environment, state_.model), kCpuProviderName);
+      ActivateSession(CreateCpuSession(*state_.environment, state_.model, intraThreads),
+                      kCpuProviderName);
     } catch (const std::exception& error) {
       throw std::runtime_error(
           std::string("ONNX Runtime CPU fallback initialization failed. Detail: ") + error.what());
     }
-    Report(
+    messages_(
         "ONNX Runtime CPU fallback initialized successfully; continuing on CPU. GPU acceleration "
         "is unavailable for this run.");
   }
@@ -56,34 +57,30 @@ class Selection {
     state_.providerName = providerName;
   }
 
-  void Report(const std::string& message) const {
-    if (messageCallback_) {
-      messageCallback_(message);
-    }
-  }
-
   BackendState& state_;
   int windowSize_;
-  const MessageCallback& messageCallback_;
+  const MessageCallback& messages_;
 };
 
 }  // namespace
 
 void SelectProvider(BackendState& state, const ProviderPlatform& platform, int windowSize,
-                    const MessageCallback& messageCallback) {
-  Selection selection(state, windowSize, messageCallback);
+                    const MessageCallback& messages) {
+  Selection selection(state, windowSize, messages);
   const OrtEnv& environment = *state.environment;
   if (platform.cudaLibraryPresent) {
-    selection.TryProvider("CUDA", kCudaProviderName,
-                          [&] { return CreateCudaSession(environment, state.model); });
-  }
-  if (!state.session) {
-    selection.TryProvider("DirectML", kDirectMlProviderName, [&] {
-      return CreateDirectMlSession(environment, state.model, platform.runtimeAddress);
+    selection.TryProvider("CUDA", kCudaProviderName, [&] {
+      return CreateCudaSession(environment, state.model, platform.intraThreads);
     });
   }
   if (!state.session) {
-    selection.RunCpuFallback();
+    selection.TryProvider("DirectML", kDirectMlProviderName, [&] {
+      return CreateDirectMlSession(environment, state.model, platform.intraThreads,
+                                   platform.runtimeAddress);
+    });
+  }
+  if (!state.session) {
+    selection.RunCpuFallback(platform.intraThreads);
   }
 }
 

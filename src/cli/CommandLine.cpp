@@ -51,7 +51,6 @@ class OptionTable {
                       .upsample = upsample_.getValue(),
                       .quiet = quiet_.getValue(),
                       .protectHighlights = !disableHighlights_.getValue(),
-                      .machineProgress = machineProgress_.getValue(),
                       .linear = linear_.getValue(),
                       .shadowsClipping = shadowsClipping_.getValue(),
                       .targetBackground = targetBackground_.getValue()};

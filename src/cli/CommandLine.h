@@ -10,7 +10,8 @@
 
 namespace project_lumen::cli {
 
-// What the parser read. The weights path is still the one given, or empty.
+// What the parser read. The weights path is still the one given, or empty; whether a host reads
+// along is not decided by the parser.
 struct ParsedCommandLine {
   RunOptions options;
   bool linearTuningGiven = false;  // --shadows-clipping or --target-background is on the line

@@ -39,9 +39,10 @@ int StatusOfStandardOutput(bool machineProgress) {
   return kFailure;
 }
 
-void ProcessImage(const ParsedCommandLine& commandLine) {
+void ProcessImage(const ParsedCommandLine& commandLine, bool machineProgress) {
   ValidateCommandLine(commandLine);
   RunOptions options = commandLine.options;
+  options.machineProgress = machineProgress;
   const bool weightsGiven = !options.weightsPath.empty();
   if (!weightsGiven) {
     options.weightsPath = backend::ResolveDefaultWeights(kDefaultWeightsFileName);
@@ -58,7 +59,7 @@ int ParseAndProcess(std::span<const char* const> arguments, bool machineProgress
       PrintShortUsage(std::cout);
       return 0;
     }
-    ProcessImage(ParseCommandLine(arguments, machineProgress));
+    ProcessImage(ParseCommandLine(arguments, machineProgress), machineProgress);
     return 0;
   } catch (const ExitRequest& request) {
     return request.Status();

@@ -6,9 +6,8 @@
 #include <system_error>
 #include <vector>
 
-#include "common/PathSuffix.h"
-#include "io/DisplayWriter.h"
-#include "io/FitsWriter.h"
+#include "cli/StandardErrorDiversion.h"
+#include "io/ImageWriter.h"
 
 namespace project_lumen::cli {
 namespace {
@@ -48,13 +47,11 @@ void RequireDistinctOutputs(const RunOptions& options) {
   }
 }
 
-void RequireWritableOutputs(const RunOptions& options) {
+void RequireWritableOutputs(const RunOptions& options, const io::SourceImageInfo& source,
+                            cv::Size size) {
+  const StandardErrorDiversion diversion;
   for (const std::string& path : WantedOutputs(options)) {
-    if (IsFitsPath(path)) {
-      io::CheckFitsTarget(path);
-    } else {
-      io::CheckDisplayTarget(path);
-    }
+    io::CheckOutputTarget({.path = path, .source = source}, size);
   }
 }
 

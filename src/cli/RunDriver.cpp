@@ -7,7 +7,7 @@
 
 #include "cli/FailureText.h"
 #include "cli/Nebulex2/Nebulex2Model.h"
-#include "io/UnfinishedFiles.h"
+#include "io/files/UnfinishedFiles.h"
 
 namespace project_lumen::cli {
 namespace {
@@ -22,7 +22,6 @@ void SilenceAndConfineOpenCv() {
 void Process(const RunOptions& options) {
   Nebulex2Model model(options);
   model.LoadInput();
-  model.PrepareLinearInput();
   model.Run();
   model.WriteOutputs();
 }

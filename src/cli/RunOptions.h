@@ -17,7 +17,7 @@ struct RunOptions {
   bool upsample = false;
   bool quiet = false;
   bool protectHighlights = true;
-  bool machineProgress = false;
+  bool machineProgress = false;  // one of the arguments is --machine-progress, whatever its place
   bool linear = false;
   double shadowsClipping = -2.8;   // multiple of the normalised MAD; checked by the run
   double targetBackground = 0.25;  // checked by the run

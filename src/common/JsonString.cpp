@@ -1,5 +1,7 @@
 #include "common/JsonString.h"
 
+#include "common/Utf8.h"
+
 namespace project_lumen {
 namespace {
 
@@ -52,7 +54,7 @@ std::string EscapeForDisplay(std::string_view text) {
 }
 
 void WriteJsonString(std::ostream& stream, std::string_view text) {
-  const std::string escaped = EscapeForDisplay(text);
+  const std::string escaped = EscapeForDisplay(ReplaceInvalidUtf8(text));
   // Unformatted output: a width or fill character set on the stream must not reach the literal.
   stream.put('"');
   stream.write(escaped.data(), static_cast<std::streamsize>(escaped.size()));

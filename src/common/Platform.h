@@ -19,6 +19,11 @@ const char* CudaProviderLibraryName();
 // Whether the CUDA provider library lies beside the executable. Nothing is loaded.
 bool IsCudaProviderLibraryPresent();
 
+// How many processors the process may use, where that is fewer than the machine has (its affinity
+// mask, which taskset and batch systems set); 0 where it may use all of them or the system does not
+// tell.
+int RestrictedProcessorCount();
+
 // A loaded module (shared library), found by an address inside it; its reference count is
 // unchanged.
 class LoadedModule {

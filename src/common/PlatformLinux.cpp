@@ -1,13 +1,38 @@
 #include <dlfcn.h>
+#include <sched.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
+#include <vector>
 
 #include "common/Platform.h"
 
 namespace project_lumen {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// Number of processors in the affinity mask of the calling thread; 0 when the system does not tell.
+int AllowedProcessorCount() {
+  // The kernel refuses a mask that is smaller than its own, whose size it does not tell.
+  constexpr std::size_t kMostSets = 1024;
+  for (std::size_t count = 1; count <= kMostSets; count *= 2) {
+    std::vector<cpu_set_t> sets(count);
+    const std::size_t bytes = count * sizeof(cpu_set_t);
+    if (sched_getaffinity(0, bytes, sets.data()) == 0) {
+      return CPU_COUNT_S(bytes, sets.data());
+    }
+    if (errno != EINVAL) {
+      break;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
 
 std::optional<std::string> ExecutablePath() {
   std::error_code error;
@@ -38,6 +63,11 @@ bool IsCudaProviderLibraryPresent() {
   }
   std::error_code error;
   return fs::exists(fs::path(*executable).parent_path() / CudaProviderLibraryName(), error);
+}
+
+int RestrictedProcessorCount() {
+  const int allowed = AllowedProcessorCount();
+  return allowed < sysconf(_SC_NPROCESSORS_ONLN) ? allowed : 0;
 }
 
 std::optional<LoadedModule> LoadedModule::FromAddress(const void* address) {

@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <bit>
 #include <string_view>
 #include <vector>
 
@@ -76,6 +77,16 @@ bool IsCudaProviderLibraryPresent() {
   const std::wstring library =
       executable->substr(0, separator + 1) + std::wstring(name.begin(), name.end());
   return GetFileAttributesW(library.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+int RestrictedProcessorCount() {
+  DWORD_PTR allowed = 0;
+  DWORD_PTR present = 0;
+  if (GetProcessAffinityMask(GetCurrentProcess(), &allowed, &present) == 0) {
+    return 0;
+  }
+  // A process in several processor groups has two empty masks.
+  return allowed != present ? std::popcount(allowed) : 0;
 }
 
 std::optional<LoadedModule> LoadedModule::FromAddress(const void* address) {

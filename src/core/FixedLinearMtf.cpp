@@ -3,15 +3,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
 #include <opencv2/core.hpp>
 
-#include "core/MiddleValues.h"
-#include "core/MtfStatistics.h"
+#include "core/ChannelSamples.h"
 #include "core/MtfTransfer.h"
 #include "core/SampleRows.h"
+#include "core/SettingRules.h"
 
 namespace project_lumen::core {
 namespace {
@@ -27,8 +28,7 @@ void CheckOptions(double divisor, double shadowsClipping, double targetBackgroun
   if (!std::isfinite(divisor) || divisor <= 0.0) {
     throw std::invalid_argument("Linear input requires a finite positive sample-format divisor.");
   }
-  if (!std::isfinite(shadowsClipping) || shadowsClipping >= 0.0 ||
-      !std::isfinite(targetBackground) || targetBackground <= 0.0 || targetBackground >= 1.0) {
+  if (!IsShadowsMultiplier(shadowsClipping) || !IsTargetBackground(targetBackground)) {
     throw std::invalid_argument(
         "Linear MTF requires a negative shadows multiplier and target between 0 and 1.");
   }
@@ -38,49 +38,33 @@ double WorkingSample(double source, double divisor) {
   return std::min(source / divisor, 1.0);
 }
 
-// Counts the channel's source samples and lists its working samples, in row order.
-void CollectChannel(const cv::Mat& source, std::size_t channel, double divisor,
-                    LinearChannelStats& stats, std::vector<double>& working) {
-  const auto channels = static_cast<std::size_t>(source.channels());
-  const std::size_t count = SamplesPerRow(source);
-  working.clear();
-  working.reserve(source.total());
-  for (int r = 0; r < source.rows; ++r) {
-    const auto* row = source.ptr<double>(r);
-    for (std::size_t i = channel; i < count; i += channels) {
-      const double x = row[i];
-      const double quotient = x / divisor;
-      if (!std::isfinite(x) || !std::isfinite(quotient)) {
-        throw std::invalid_argument(
-            "Linear input contains a non-finite sample or unrepresentable conversion.");
-      }
-      stats.minimum = std::min(stats.minimum, x);
-      stats.maximum = std::max(stats.maximum, x);
-      stats.belowZero += quotient < 0.0 ? 1U : 0U;
-      stats.aboveOne += quotient > 1.0 ? 1U : 0U;
-      working.push_back(WorkingSample(x, divisor));
+// Lists the channel's working samples and notes what is told by their range.
+void CollectWorkingSamples(const cv::Mat& source, std::size_t channel, double divisor,
+                           LinearChannelStats& stats, std::vector<double>& working) {
+  double least = std::numeric_limits<double>::infinity();
+  double greatest = -least;
+  CollectChannel(source, channel, working, [&](double x) {
+    const double quotient = x / divisor;
+    if (!std::isfinite(x) || !std::isfinite(quotient)) {
+      throw std::invalid_argument(
+          "Linear input contains a non-finite sample or unrepresentable conversion.");
     }
-  }
-  // Division and cap keep the order of samples, so the extrema decide.
-  stats.constant = WorkingSample(stats.minimum, divisor) == WorkingSample(stats.maximum, divisor);
+    stats.aboveOne += quotient > 1.0 ? 1U : 0U;
+    const double sample = WorkingSample(x, divisor);
+    least = std::min(least, sample);
+    greatest = std::max(greatest, sample);
+    return sample;
+  });
+  stats.constant = least == greatest;
 }
 
-// Halves before it adds, so the sum of two large values cannot overflow.
-double Median(std::vector<double>& values) {
-  const MiddleValues<double> found = SelectMiddle(values);
-  return values.size() % 2 != 0 ? found.middle : found.below / 2.0 + found.middle / 2.0;
-}
-
-// Chooses the transfer from the working samples, which are reordered and then replaced.
-void MeasureChannel(std::vector<double>& working, double shadowsClipping, double targetBackground,
-                    LinearChannelStats& stats) {
-  stats.median = Median(working);
-  for (double& w : working) {
-    w = std::abs(w - stats.median);
-  }
-  stats.normalizedMad = Median(working) * kMadNormalization;
-  stats.shadows = ShadowsPoint(stats.median, stats.normalizedMad, shadowsClipping);
-  stats.midtones = MtfForward(targetBackground, stats.median - stats.shadows);
+LinearChannelStats MeasureLinearChannel(const cv::Mat& source, std::size_t channel, double divisor,
+                                        double shadowsClipping, double targetBackground,
+                                        std::vector<double>& working) {
+  LinearChannelStats stats;
+  CollectWorkingSamples(source, channel, divisor, stats, working);
+  static_cast<MtfChannelStats&>(stats) = MeasureChannel(working, shadowsClipping, targetBackground);
+  return stats;
 }
 
 void CheckInvertible(const LinearChannelStats& stats, std::size_t channel) {
@@ -118,13 +102,35 @@ void CountClipped(const cv::Mat& working, std::vector<LinearChannelStats>& chann
     const auto* row = working.ptr<double>(r);
     for (std::size_t i = 0; i < count; i += channels.size()) {
       for (std::size_t k = 0; k < channels.size(); ++k) {
-        channels[k].atOrBelowShadows += channels[k].shadows >= row[i + k] ? 1U : 0U;
+        channels[k].atOrBelowShadows += channels[k].Clips(row[i + k]) ? 1U : 0U;
       }
     }
   }
 }
 
 }  // namespace
+
+std::vector<RestoredSamples> RestoreSamples(const cv::Mat& source,
+                                            const std::vector<LinearChannelStats>& channels,
+                                            cv::Mat& image) {
+  std::vector<RestoredSamples> counts(static_cast<std::size_t>(source.channels()));
+  const std::size_t count = SamplesPerRow(source);
+  for (int r = 0; r < source.rows; ++r) {
+    const auto* sourceRow = source.ptr<double>(r);
+    auto* row = image.ptr<double>(r);
+    for (std::size_t i = 0; i < count; i += counts.size()) {
+      for (std::size_t k = 0; k < counts.size(); ++k) {
+        const double sample = sourceRow[i + k];
+        const bool restored = channels[k].Restores(sample);
+        const bool inShadows = channels[k].Clips(sample);
+        row[i + k] = restored ? sample : row[i + k];
+        counts[k].inShadows += inShadows ? 1U : 0U;
+        counts[k].alsoConstant += restored && !inShadows ? 1U : 0U;
+      }
+    }
+  }
+  return counts;
+}
 
 FixedLinearMtf::FixedLinearMtf(const cv::Mat& source, double divisor, double shadowsClipping,
                                double targetBackground) {
@@ -133,10 +139,9 @@ FixedLinearMtf::FixedLinearMtf(const cv::Mat& source, double divisor, double sha
   channels_.resize(static_cast<std::size_t>(source.channels()));
   std::vector<double> working;
   for (std::size_t c = 0; c < channels_.size(); ++c) {
-    LinearChannelStats& stats = channels_[c];
-    CollectChannel(source, c, divisor, stats, working);
-    MeasureChannel(working, shadowsClipping, targetBackground, stats);
-    CheckInvertible(stats, c);
+    channels_[c] =
+        MeasureLinearChannel(source, c, divisor, shadowsClipping, targetBackground, working);
+    CheckInvertible(channels_[c], c);
   }
   // The list goes before the working image comes.
   working = std::vector<double>();
@@ -163,8 +168,7 @@ cv::Mat FixedLinearMtf::Stretch() const {
   return stretched;
 }
 
-cv::Mat FixedLinearMtf::InvertLinearPrediction(const cv::Mat& prediction,
-                                               bool restoreShadows) const {
+cv::Mat FixedLinearMtf::InvertLinearPrediction(const cv::Mat& prediction) const {
   if (prediction.size() != working_.size() || prediction.channels() != working_.channels() ||
       (prediction.depth() != CV_32F && prediction.depth() != CV_64F)) {
     throw std::invalid_argument("Linear MTF prediction does not match the prepared image.");
@@ -173,13 +177,11 @@ cv::Mat FixedLinearMtf::InvertLinearPrediction(const cv::Mat& prediction,
   prediction.convertTo(result, CV_64F);
   const std::size_t count = SamplesPerRow(working_);
   for (int r = 0; r < result.rows; ++r) {
-    const auto* workingRow = working_.ptr<double>(r);
     auto* row = result.ptr<double>(r);
     for (std::size_t i = 0; i < count; i += channels_.size()) {
       for (std::size_t k = 0; k < channels_.size(); ++k) {
         const LinearChannelStats& stats = channels_[k];
         if (stats.constant) {
-          row[i + k] = workingRow[i + k];
           continue;
         }
         if (!std::isfinite(row[i + k])) {
@@ -189,9 +191,7 @@ cv::Mat FixedLinearMtf::InvertLinearPrediction(const cv::Mat& prediction,
       }
     }
   }
-  if (restoreShadows) {
-    RestoreWorkingSamples(result);
-  }
+  RestoreWorkingSamples(result);
   return result;
 }
 
@@ -200,18 +200,7 @@ void FixedLinearMtf::RestoreWorkingSamples(cv::Mat& image) const {
   if (image.size() != working_.size() || image.type() != working_.type()) {
     throw std::invalid_argument("Linear MTF output does not match the prepared image.");
   }
-  const std::size_t count = SamplesPerRow(working_);
-  for (int r = 0; r < image.rows; ++r) {
-    const auto* workingRow = working_.ptr<double>(r);
-    auto* row = image.ptr<double>(r);
-    for (std::size_t i = 0; i < count; i += channels_.size()) {
-      for (std::size_t k = 0; k < channels_.size(); ++k) {
-        const LinearChannelStats& stats = channels_[k];
-        const bool restored = stats.constant || stats.shadows >= workingRow[i + k];
-        row[i + k] = restored ? workingRow[i + k] : row[i + k];
-      }
-    }
-  }
+  RestoreSamples(working_, channels_, image);
 }
 
 }  // namespace project_lumen::core

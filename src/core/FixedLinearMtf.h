@@ -3,27 +3,39 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
 
+#include "core/MtfStatistics.h"
+
 namespace project_lumen::core {
 
-// One channel's statistics. Working samples are source samples divided by the white of their format
-// and capped at 1; median, deviation and shadows are in their units.
-struct LinearChannelStats {
-  double median = 0.0;
-  double normalizedMad = 0.0;  // median absolute deviation from the median, times 1.4826
-  double shadows = 0.0;        // clipping point, in [0, 1]
-  double midtones = 0.5;       // balance of the transfer
-  bool constant = false;       // all working samples are equal
-  double minimum = std::numeric_limits<double>::infinity();   // of the source samples
-  double maximum = -std::numeric_limits<double>::infinity();  // of the source samples
-  std::uint64_t belowZero = 0;                                // samples below 0 after division
+// One channel's transfer and what it does to the channel. Working samples are source samples
+// divided by the white of their format and capped at 1; median, deviation and shadows are in their
+// units.
+struct LinearChannelStats : MtfChannelStats {
+  bool constant = false;               // all working samples are equal
   std::uint64_t aboveOne = 0;          // samples above 1 after division, capped
   std::uint64_t atOrBelowShadows = 0;  // working samples that the transfer clips to 0
+
+  // Whether a sample comes back as it was, whatever the network makes of it: the transfer tells
+  // nothing of it.
+  [[nodiscard]] bool Restores(double sample) const { return constant || Clips(sample); }
 };
+
+// How many samples of one channel came back.
+struct RestoredSamples {
+  std::uint64_t inShadows = 0;     // at or below the shadows point
+  std::uint64_t alsoConstant = 0;  // further ones, of a constant channel
+};
+
+// Replaces samples of an image by those of `source` that come back (LinearChannelStats::Restores),
+// and counts them for each channel. Both are float64 with one size and as many channels, at most as
+// many as there are records.
+std::vector<RestoredSamples> RestoreSamples(const cv::Mat& source,
+                                            const std::vector<LinearChannelStats>& channels,
+                                            cv::Mat& image);
 
 // Keeps one float64 matrix, the working image; the stretched image is made on demand.
 class FixedLinearMtf {
@@ -55,18 +67,15 @@ class FixedLinearMtf {
   [[nodiscard]] cv::Mat Stretch() const;
 
   // The network's output, float32 or float64, brought back to linear values in a new float64 image:
-  // MtfInverse(midtones, y) + shadows, not clamped, and the working sample in a constant channel;
-  // RestoreWorkingSamples follows if `restoreShadows` is set.
+  // MtfInverse(midtones, y) + shadows, not clamped, and then RestoreWorkingSamples.
   //
-  // Throws std::invalid_argument "Linear MTF prediction does not match the prepared image." and
-  // "Linear MTF inference returned a non-finite sample.".
-  [[nodiscard]] cv::Mat InvertLinearPrediction(const cv::Mat& prediction,
-                                               bool restoreShadows) const;
+  // Throws std::invalid_argument "Linear MTF prediction does not match the prepared image." and,
+  // outside constant channels, "Linear MTF inference returned a non-finite sample.".
+  [[nodiscard]] cv::Mat InvertLinearPrediction(const cv::Mat& prediction) const;
 
-  // Replaces the samples of a float64 image by the working samples wherever the channel is constant
-  // or the working sample is at or below the shadows. Throws std::invalid_argument "Fixed linear
-  // MTF requires a float64 mono or RGB image." and "Linear MTF output does not match the prepared
-  // image.".
+  // Replaces the samples of a float64 image by the working samples that come back. Throws
+  // std::invalid_argument "Fixed linear MTF requires a float64 mono or RGB image." and "Linear MTF
+  // output does not match the prepared image.".
   void RestoreWorkingSamples(cv::Mat& image) const;
 
  private:

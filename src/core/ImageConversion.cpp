@@ -8,15 +8,15 @@
 
 #include "common/GridAlignedResample.h"
 #include "core/FiniteSamples.h"
+#include "core/FloatImageChannels.h"
 #include "core/SampleRows.h"
+#include "core/SettingRules.h"
 
 namespace project_lumen::core {
 namespace {
 
-constexpr std::int32_t kSmallestSide = 512;
-
 void CheckShape(const ImageView& view) {
-  if (view.data == nullptr || view.width < kSmallestSide || view.height < kSmallestSide ||
+  if (view.data == nullptr || view.width < kWindow || view.height < kWindow ||
       (view.channels != 1 && view.channels != 3)) {
     throw std::invalid_argument("Nebulex requires RGB or grayscale pixels at least 512x512.");
   }
@@ -46,13 +46,8 @@ cv::Mat ToWorkingMat(const ImageView& view) {
   if (!AllFinite(view.data, view.sampleCount)) {
     throw std::invalid_argument("Image contains non-finite samples.");
   }
-  cv::Mat samples = WrapSamples(view.data, view.width, view.height, view.channels);
-  if (view.channels == 3) {
-    return samples;
-  }
-  cv::Mat colour;
-  cv::cvtColor(samples, colour, cv::COLOR_GRAY2RGB);
-  return colour;
+  const cv::Mat samples = WrapSamples(view.data, view.width, view.height, view.channels);
+  return view.channels == 1 ? GrayToRgb(samples) : samples;
 }
 
 Image ToImage(const cv::Mat& matrix, std::int32_t channels, cv::Size target) {

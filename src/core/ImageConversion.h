@@ -18,7 +18,8 @@ cv::Mat ToWorkingMat(const ImageView& view);
 
 // Copies a float32 matrix into an image. A matrix of another size than the target must be exactly
 // twice as large each way and comes back to the small grid (DownsampleGrid2x); three channels
-// become one, if one is asked for, with the weights 0.299, 0.587 and 0.114.
+// become one, if one is asked for, with the weights 0.299, 0.587 and 0.114. That is OpenCV's
+// float32 arithmetic, whose last bits may differ from those of RgbToGray.
 Image ToImage(const cv::Mat& matrix, std::int32_t channels, cv::Size target);
 
 // A matrix header over the samples, which are not copied and must not be written through it.

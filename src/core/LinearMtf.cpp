@@ -59,8 +59,7 @@ cv::Mat ComputeShadowMask(const cv::Mat& image, const std::vector<MtfChannelStat
     auto* maskRow = mask.ptr<std::uint8_t>(r);
     for (std::size_t i = 0; i < count; i += stats.size()) {
       for (std::size_t k = 0; k < stats.size(); ++k) {
-        const bool clipped = static_cast<double>(row[i + k]) <= stats[k].shadows;
-        maskRow[i + k] = clipped ? 255 : 0;
+        maskRow[i + k] = stats[k].Clips(static_cast<double>(row[i + k])) ? 255 : 0;
       }
     }
   }

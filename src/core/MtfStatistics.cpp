@@ -3,62 +3,72 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <functional>
 #include <stdexcept>
 
 #include <opencv2/core.hpp>
 
+#include "core/ChannelSamples.h"
 #include "core/MiddleValues.h"
 #include "core/MtfTransfer.h"
+#include "core/SettingRules.h"
 
 namespace project_lumen::core {
 namespace {
 
 void CheckOptions(double shadowsClipping, double targetBackground) {
-  if (!std::isfinite(targetBackground) || targetBackground <= 0.0 || targetBackground >= 1.0) {
+  if (!IsTargetBackground(targetBackground)) {
     throw std::invalid_argument("Target background must be finite and strictly between 0 and 1.");
   }
-  if (!std::isfinite(shadowsClipping) || shadowsClipping >= 0.0) {
+  if (!IsShadowsMultiplier(shadowsClipping)) {
     throw std::invalid_argument(
         "Shadows clipping must be a finite negative normalized-MAD multiplier.");
   }
 }
 
-void CollectChannel(const cv::Mat& image, std::size_t channel, std::vector<float>& values) {
-  const auto channels = static_cast<std::size_t>(image.channels());
-  const auto columns = static_cast<std::size_t>(image.cols);
-  values.resize(image.total());
-  float* value = values.data();
-  for (int r = 0; r < image.rows; ++r) {
-    const float* row = image.ptr<float>(r) + channel;
-    for (std::size_t c = 0; c < columns; ++c) {
-      value[c] = row[c * channels];
-    }
-    value += columns;
+template <typename T>
+void ReplaceByDeviations(std::vector<T>& values, double median) {
+  for (T& value : values) {
+    value = static_cast<T>(std::abs(static_cast<double>(value) - median));
   }
-}
-
-void ReplaceByDeviations(std::vector<float>& values, double median) {
-  for (float& value : values) {
-    value = static_cast<float>(std::abs(static_cast<double>(value) - median));
-  }
-}
-
-}  // namespace
-
-double ChannelMedian(std::vector<float>& values) {
-  if (values.empty()) {
-    throw std::invalid_argument("Cannot calculate MTF statistics for an empty image channel.");
-  }
-  const MiddleValues<float> found = SelectMiddle(values);
-  if (values.size() % 2 != 0) {
-    return found.middle;
-  }
-  return (static_cast<double>(found.below) + static_cast<double>(found.middle)) / 2.0;
 }
 
 double ShadowsPoint(double median, double normalizedMad, double shadowsClipping) {
   return normalizedMad > 0.0 ? std::clamp(median + shadowsClipping * normalizedMad, 0.0, 1.0) : 0.0;
 }
+
+}  // namespace
+
+template <typename T>
+double ChannelMedian(std::vector<T>& values) {
+  if (values.empty()) {
+    throw std::invalid_argument("Cannot calculate MTF statistics for an empty image channel.");
+  }
+  const MiddleValues<T> found = SelectMiddle(values);
+  const auto middle = static_cast<double>(found.middle);
+  // Halved before they are added, so that the sum of two large values cannot overflow.
+  return values.size() % 2 != 0 ? middle : static_cast<double>(found.below) / 2.0 + middle / 2.0;
+}
+
+template <typename T>
+MtfChannelStats MeasureChannel(std::vector<T>& samples, double shadowsClipping,
+                               double targetBackground) {
+  // What makes the median absolute deviation of normally distributed samples their standard
+  // deviation.
+  constexpr double kMadNormalization = 1.4826;
+  MtfChannelStats stats;
+  stats.median = ChannelMedian(samples);
+  ReplaceByDeviations(samples, stats.median);
+  stats.normalizedMad = ChannelMedian(samples) * kMadNormalization;
+  stats.shadows = ShadowsPoint(stats.median, stats.normalizedMad, shadowsClipping);
+  stats.midtones = MtfForward(targetBackground, stats.median - stats.shadows);
+  return stats;
+}
+
+template double ChannelMedian(std::vector<float>&);
+template double ChannelMedian(std::vector<double>&);
+template MtfChannelStats MeasureChannel(std::vector<float>&, double, double);
+template MtfChannelStats MeasureChannel(std::vector<double>&, double, double);
 
 void CheckMtfImage(const cv::Mat& image) {
   if (image.empty()) {
@@ -75,15 +85,10 @@ std::vector<MtfChannelStats> ComputeMtfStatistics(const cv::Mat& image, double s
   CheckMtfImage(image);
   CheckOptions(shadowsClipping, targetBackground);
   std::vector<MtfChannelStats> result(static_cast<std::size_t>(image.channels()));
-  std::vector<float> values;
+  std::vector<float> samples;
   for (std::size_t channel = 0; channel < result.size(); ++channel) {
-    MtfChannelStats& stats = result[channel];
-    CollectChannel(image, channel, values);
-    stats.median = ChannelMedian(values);
-    ReplaceByDeviations(values, stats.median);
-    stats.normalizedMad = ChannelMedian(values) * kMadNormalization;
-    stats.shadows = ShadowsPoint(stats.median, stats.normalizedMad, shadowsClipping);
-    stats.midtones = MtfForward(targetBackground, stats.median - stats.shadows);
+    CollectChannel(image, channel, samples, std::identity{});
+    result[channel] = MeasureChannel(samples, shadowsClipping, targetBackground);
   }
   return result;
 }

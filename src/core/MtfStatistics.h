@@ -13,19 +13,24 @@ struct MtfChannelStats {
   double normalizedMad = 0.0;  // median absolute deviation from the median, times 1.4826
   double shadows = 0.0;        // clipping point, in [0, 1]
   double midtones = 0.5;       // balance of the transfer, in [0, 1]
+
+  // Whether the transfer clips this sample to 0.
+  [[nodiscard]] bool Clips(double sample) const { return shadows >= sample; }
 };
 
-// What makes the median absolute deviation of normally distributed samples their standard
-// deviation.
-inline constexpr double kMadNormalization = 1.4826;
+// Median of float or double values, in double precision: the element of rank n / 2, for an even
+// count its mean with the largest value below that rank. The list is reordered. Throws
+// std::invalid_argument "Cannot calculate MTF statistics for an empty image channel.".
+template <typename T>
+double ChannelMedian(std::vector<T>& values);
 
-// Median of the values, in double precision: the element of rank n / 2, for an even count its mean
-// with the largest value below that rank. The list is reordered. Throws std::invalid_argument
-// "Cannot calculate MTF statistics for an empty image channel.".
-double ChannelMedian(std::vector<float>& values);
-
-// median + shadowsClipping * normalizedMad, limited to [0, 1]; 0 when the deviation is 0.
-double ShadowsPoint(double median, double normalizedMad, double shadowsClipping);
+// Statistics of a channel's samples, float or double, and the transfer chosen from them:
+//   shadows = median + shadowsClipping * normalizedMad within [0, 1]; 0 when the deviation is 0
+//   midtones = MtfForward(targetBackground, median - shadows)
+// The list is used up: it is reordered, and its samples are replaced. Throws like ChannelMedian.
+template <typename T>
+MtfChannelStats MeasureChannel(std::vector<T>& samples, double shadowsClipping,
+                               double targetBackground);
 
 // Throws std::invalid_argument unless the image is non-empty ("Cannot apply linear MTF to an empty
 // image.") and float32 with 1 or 3 channels ("Linear MTF requires a float32 grayscale or RGB

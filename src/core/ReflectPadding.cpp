@@ -24,8 +24,8 @@ std::vector<int> MirroredPositions(int start, int count, int pad, int length) {
 
 }  // namespace
 
-void CopyPaddedArea(const cv::Mat& image, const TileGeometry& geometry, const cv::Rect& area,
-                    cv::Mat& part) {
+void PadReflect101(const cv::Mat& image, const TileGeometry& geometry, const cv::Rect& area,
+                   cv::Mat& part) {
   NEBULEX_ASSERT("project_lumen::core::PadReflect101", image.type() == CV_32FC3 &&
                                                            image.cols == geometry.width &&
                                                            image.rows == geometry.height);
@@ -53,12 +53,6 @@ void CopyPaddedArea(const cv::Mat& image, const TileGeometry& geometry, const cv
     }
     copyMirrored(end, area.width);
   }
-}
-
-cv::Mat PadReflect101(const cv::Mat& image, const TileGeometry& geometry) {
-  cv::Mat padded;
-  CopyPaddedArea(image, geometry, {0, 0, geometry.paddedWidth, geometry.paddedHeight}, padded);
-  return padded;
 }
 
 }  // namespace project_lumen::core

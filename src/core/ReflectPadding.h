@@ -8,15 +8,12 @@
 
 namespace project_lumen::core {
 
-// Copies the image (CV_32FC3) into a matrix of the geometry's padded size and mirrors it outward
-// without repeating the edge sample (… 2 1 | 0 1 2 …), corners in both directions. Throws
+// Copies an area of the padded image into `part`: the image (CV_32FC3) mirrored outward to the
+// geometry's padded size without repeating the edge sample (… 2 1 | 0 1 2 …), corners in both
+// directions. The padded image is never made whole. `part` keeps its memory if it is a matrix of
+// the area's size and the image's type already. The area lies within the padded size. Throws
 // cv::Exception (code -215) when the geometry is not the image's.
-cv::Mat PadReflect101(const cv::Mat& image, const TileGeometry& geometry);
-
-// Copies what that matrix holds in `area` into `part`, without the rest of it being made. `part`
-// keeps its memory if it is a matrix of the area's size and the image's type already. The area lies
-// within the padded size. Throws like PadReflect101.
-void CopyPaddedArea(const cv::Mat& image, const TileGeometry& geometry, const cv::Rect& area,
-                    cv::Mat& part);
+void PadReflect101(const cv::Mat& image, const TileGeometry& geometry, const cv::Rect& area,
+                   cv::Mat& part);
 
 }  // namespace project_lumen::core

@@ -251,13 +251,7 @@ bool IsDarkImage(const cv::Mat& image) {
 
 }  // namespace
 
-cv::Mat ProtectStarlessHighlights(const cv::Mat& original, const cv::Mat& starless) {
-  cv::Mat output = starless.clone();
-  ProtectHighlightsInPlace(original, output);
-  return output;
-}
-
-void ProtectHighlightsInPlace(const cv::Mat& original, cv::Mat& starless) {
+void ProtectStarlessHighlights(const cv::Mat& original, cv::Mat& starless) {
   NEBULEX_ASSERT("project_lumen::core::ProtectStarlessHighlights",
                  (original.depth() == CV_32F || original.depth() == CV_64F) &&
                      original.channels() == 3 && original.type() == starless.type() &&

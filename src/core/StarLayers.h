@@ -19,11 +19,8 @@ namespace project_lumen::core {
 // (1 - w) starless + w original on clamped samples. The weight w is the product of two logistic
 // curves of steepness 1000: one of the brightest starless channel around 0.985, one of the mean
 // difference of the channels around 0.001. Where either sample is not finite the result is
-// clamp(original). Images have 3 channels.
-cv::Mat ProtectStarlessHighlights(const cv::Mat& original, const cv::Mat& starless);
-
-// The same in the place of the starless image.
-void ProtectHighlightsInPlace(const cv::Mat& original, cv::Mat& starless);
+// clamp(original). Images have 3 channels; the result takes the place of the starless image.
+void ProtectStarlessHighlights(const cv::Mat& original, cv::Mat& starless);
 
 // clamp(original - starless) a sample; 0 where either is not finite.
 cv::Mat ComputeStarMask(const cv::Mat& original, const cv::Mat& starless);

@@ -52,13 +52,25 @@ void ThrowIfStopRequested(const StarRemovalCallbacks& callbacks);
 // and before and after the results are made. With `linearMtf`, `log` gets the chosen transfer: one
 // line, and one for each of the three channels.
 //
-// Throws std::invalid_argument for a request that cannot be met, in this order: "A tile inference
-// callback is required.", "Stride must be positive, even, and at most 512.", "Image dimensions
-// exceed the 2x upsampling limit.", "Nebulex requires RGB or grayscale pixels at least 512x512.",
-// "Image sample count does not match its dimensions.", "Image contains non-finite samples.";
-// std::runtime_error "Inference returned an invalid image buffer." and "Inference returned
-// non-finite samples."; Cancelled; what ComputeMtfStatistics and AddTiledInference throw.
-// Exceptions of the callbacks pass through. Nothing is returned on failure.
+// Nothing is returned on failure. What can be thrown, all of it derived from std::exception:
+//
+// - std::invalid_argument for a request that cannot be met, in this order: "A tile inference
+// callback
+//   is required.", "Stride must be positive, even, and at most 512.", "Image dimensions exceed the
+//   2x upsampling limit.", "Nebulex requires RGB or grayscale pixels at least 512x512.", "Image
+//   sample count does not match its dimensions.", "Image contains non-finite samples."; with
+//   `linearMtf` "Target background must be finite and strictly between 0 and 1." and "Shadows
+//   clipping must be a finite negative normalized-MAD multiplier."; "Image dimensions exceed
+//   supported tiling limits.";
+// - std::runtime_error "Inference returned an invalid image buffer." and "Inference returned
+//   non-finite samples.";
+// - Cancelled when a callback stops the run;
+// - std::bad_alloc when memory runs out;
+// - OpenCV's cv::Exception when an image cannot be doubled because its rows would have more than
+//   2147483647 samples.
+//
+// Exceptions of the callbacks pass through, but for OpenCV's own lack of memory, which is
+// std::bad_alloc too.
 StarRemovalResult RemoveStars(const ImageView& input, const StarRemovalOptions& options,
                               const TileInferenceFn& inferTile,
                               const StarRemovalCallbacks& callbacks);

@@ -4,13 +4,13 @@
 
 namespace project_lumen::core {
 
-KeptSquare ComputeKeptSquare(const TileGeometry& geometry) {
+BlendRegion ComputeBlendRegion(const TileGeometry& geometry) {
   const std::int32_t halfStride = geometry.stride / 2;
   return {.start = std::max(0, geometry.margin - halfStride),
           .side = std::min(geometry.window, 2 * (halfStride - geometry.margin) + geometry.window)};
 }
 
-double TileBlendFactor(const TileGeometry& geometry, bool first, bool last, std::int32_t t) {
+double TileBlendWeight(const TileGeometry& geometry, bool first, bool last, std::int32_t t) {
   const std::int32_t half = geometry.window / 2;
   const std::int32_t overlap = geometry.window - geometry.stride;
   if (overlap == 0 || (first && t <= half) || (last && t >= half)) {
@@ -21,12 +21,6 @@ double TileBlendFactor(const TileGeometry& geometry, bool first, bool last, std:
     return static_cast<double>(std::min(distance, overlap)) / overlap;
   }
   return static_cast<double>(distance - (half - geometry.stride)) / geometry.stride;
-}
-
-double TileBlendWeight(const TileGeometry& geometry, std::int32_t tileX, std::int32_t tileY,
-                       std::int32_t column, std::int32_t row) {
-  return TileBlendFactor(geometry, tileX == 0, tileX == geometry.LastTileX(), column) *
-         TileBlendFactor(geometry, tileY == 0, tileY == geometry.LastTileY(), row);
 }
 
 }  // namespace project_lumen::core

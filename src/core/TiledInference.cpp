@@ -83,24 +83,24 @@ cv::Mat InferChecked(const cv::Mat& tile, const std::function<cv::Mat(const cv::
   return output;
 }
 
-// Adds a row of samples, each times its column's factor and the row's. That product is formed in
-// double precision and rounded once, like TileBlendWeight's.
-NEBULEX_VECTORISED void AddWeightedRow(const float* output, const double* columnFactors,
-                                       double rowFactor, std::size_t count, float* sum) {
+// Adds a row of samples, each times its column's weight and the row's. That product is formed in
+// double precision and rounded once.
+NEBULEX_VECTORISED void AddWeightedRow(const float* output, const double* columnWeights,
+                                       double rowWeight, std::size_t count, float* sum) {
   for (std::size_t i = 0; i < count; ++i) {
-    const auto weight = static_cast<float>(columnFactors[i] * rowFactor);
+    const auto weight = static_cast<float>(columnWeights[i] * rowWeight);
     const float weighted = output[i] * weight;
     sum[i] += weighted;
   }
 }
 
 // Adds weighted tile outputs into the accumulator. Weights are separable and depend on a tile's
-// place only through being first or last along an axis, so four factor tables an axis serve all
+// place only through being first or last along an axis, so four weight tables an axis serve all
 // tiles.
 class TileBlender {
  public:
   explicit TileBlender(const TileGeometry& geometry)
-      : geometry_(geometry), kept_(ComputeKeptSquare(geometry)) {
+      : geometry_(geometry), region_(ComputeBlendRegion(geometry)) {
     for (const bool first : {false, true}) {
       for (const bool last : {false, true}) {
         FillTables(first, last);
@@ -110,19 +110,19 @@ class TileBlender {
 
   // What lies beyond the image is dropped.
   void Add(const cv::Mat& output, int tileX, int tileY, cv::Mat& sum) const {
-    const std::vector<double>& columnFactors =
-        sampleFactors_[TableIndex(tileX == 0, tileX == geometry_.LastTileX())];
-    const std::vector<double>& rowFactors =
-        pixelFactors_[TableIndex(tileY == 0, tileY == geometry_.LastTileY())];
-    const cv::Rect kept(tileX + kept_.start, tileY + kept_.start, kept_.side, kept_.side);
+    const std::vector<double>& columnWeights =
+        sampleWeights_[TableIndex(tileX == 0, tileX == geometry_.LastTileX())];
+    const std::vector<double>& rowWeights =
+        pixelWeights_[TableIndex(tileY == 0, tileY == geometry_.LastTileY())];
+    const cv::Rect region(tileX + region_.start, tileY + region_.start, region_.side, region_.side);
     const cv::Rect image(geometry_.leftPad, geometry_.topPad, geometry_.width, geometry_.height);
-    const cv::Rect area = kept & image;
-    const std::size_t skipped = static_cast<std::size_t>(area.x - kept.x) * kChannels;
+    const cv::Rect area = region & image;
+    const std::size_t skipped = static_cast<std::size_t>(area.x - region.x) * kChannels;
     const std::size_t count = static_cast<std::size_t>(area.width) * kChannels;
     for (int row = area.y; row < area.y + area.height; ++row) {
       AddWeightedRow(output.ptr<cv::Vec3f>(row - tileY, area.x - tileX)->val,
-                     columnFactors.data() + skipped,
-                     rowFactors[static_cast<std::size_t>(row - kept.y)], count,
+                     columnWeights.data() + skipped,
+                     rowWeights[static_cast<std::size_t>(row - region.y)], count,
                      sum.ptr<cv::Vec3f>(row - image.y, area.x - image.x)->val);
     }
   }
@@ -133,26 +133,26 @@ class TileBlender {
   }
 
   void FillTables(bool first, bool last) {
-    std::vector<double>& pixels = pixelFactors_[TableIndex(first, last)];
-    std::vector<double>& samples = sampleFactors_[TableIndex(first, last)];
-    for (std::int32_t t = kept_.start; t < kept_.start + kept_.side; ++t) {
-      const double factor = TileBlendFactor(geometry_, first, last, t);
-      pixels.push_back(factor);
-      samples.insert(samples.end(), kChannels, factor);
+    std::vector<double>& pixels = pixelWeights_[TableIndex(first, last)];
+    std::vector<double>& samples = sampleWeights_[TableIndex(first, last)];
+    for (std::int32_t t = region_.start; t < region_.start + region_.side; ++t) {
+      const double weight = TileBlendWeight(geometry_, first, last, t);
+      pixels.push_back(weight);
+      samples.insert(samples.end(), kChannels, weight);
     }
   }
 
   TileGeometry geometry_;
-  KeptSquare kept_;
-  std::array<std::vector<double>, 4> pixelFactors_;   // one factor a pixel of the kept square
-  std::array<std::vector<double>, 4> sampleFactors_;  // the same, one a sample of a row
+  BlendRegion region_;
+  std::array<std::vector<double>, 4> pixelWeights_;   // one weight a pixel of the blend region
+  std::array<std::vector<double>, 4> sampleWeights_;  // the same, one a sample of a row
 };
 
 }  // namespace
 
-void AddTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
-                       const std::function<bool(int, int)>& progress,
-                       const std::function<cv::Mat(const cv::Mat&)>& inferTile, cv::Mat& sum) {
+cv::Mat RunTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
+                          const std::function<bool(int, int)>& progress,
+                          const std::function<cv::Mat(const cv::Mat&)>& inferTile, cv::Mat sum) {
   CheckRequest(image, window, stride);
   const TileGeometry geometry = ComputeTileGeometry(image.cols, image.rows, window, stride);
   ReportProgress(progress, 0, geometry.tileCount);
@@ -166,18 +166,11 @@ void AddTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t s
   for (int tileX = 0; tileX <= geometry.LastTileX(); tileX += stride) {
     for (int tileY = 0; tileY <= geometry.LastTileY(); tileY += stride) {
       ReleaseIfShared(tile);
-      CopyPaddedArea(image, geometry, {tileX, tileY, window, window}, tile);
+      PadReflect101(image, geometry, {tileX, tileY, window, window}, tile);
       blender.Add(InferChecked(tile, inferTile), tileX, tileY, sum);
       ReportProgress(progress, ++done, geometry.tileCount);
     }
   }
-}
-
-cv::Mat RunTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
-                          const std::function<bool(int, int)>& progress,
-                          const std::function<cv::Mat(const cv::Mat&)>& inferTile) {
-  cv::Mat sum;
-  AddTiledInference(image, window, stride, progress, inferTile, sum);
   return sum;
 }
 

@@ -10,7 +10,9 @@ namespace project_lumen::core {
 
 // Cuts the image (CV_32FC3, rows x columns, at least one window each way) into window x window
 // tiles `stride` pixels apart, runs `inferTile` on each and blends the outputs (TileBlending.h).
-// Window and stride are even in this system. The result has the image's size and type.
+// Window and stride are even in this system. The result has the image's size and type; it is added
+// to `sum` where that is a matrix of this size and type, all zero, so that a caller can say where
+// the result lies.
 //
 // Tiles go column by column, each from top to bottom, strictly one after another. A tile is handed
 // out as a continuous copy of its own; its output must be CV_32FC3, window x window and finite. A
@@ -26,12 +28,7 @@ namespace project_lumen::core {
 // through.
 cv::Mat RunTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
                           const std::function<bool(int, int)>& progress,
-                          const std::function<cv::Mat(const cv::Mat&)>& inferTile);
-
-// The same, added to `sum`: another matrix of the image's size and type, all zero, so that a caller
-// says where the result lies; or an empty one, which becomes that.
-void AddTiledInference(const cv::Mat& image, std::int32_t window, std::int32_t stride,
-                       const std::function<bool(int, int)>& progress,
-                       const std::function<cv::Mat(const cv::Mat&)>& inferTile, cv::Mat& sum);
+                          const std::function<cv::Mat(const cv::Mat&)>& inferTile,
+                          cv::Mat sum = cv::Mat());
 
 }  // namespace project_lumen::core

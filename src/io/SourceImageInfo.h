@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "io/FitsImageInfo.h"
+#include "io/fits/FitsImageInfo.h"
 
 namespace project_lumen::io {
 

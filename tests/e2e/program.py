@@ -105,7 +105,7 @@ def read_tiff(path):
 
 
 def read_image(path):
-    """Samples of a display format, colours in RGB order; not read by the way they were written."""
+    """Samples of a raster format, colours in RGB order; not read by the way they were written."""
     if str(path).lower().endswith((".tif", ".tiff")):
         return read_tiff(path)
     stored = cv2.imread(str(path), cv2.IMREAD_UNCHANGED)

@@ -1,10 +1,13 @@
 """Standard output, standard error and the exit status of whole runs."""
 
 import json
+import os
+import shutil
 import unittest
 
 import jsonschema
 import numpy
+from astropy.io import fits
 
 from program import FAILURE, SOURCE, ProgramTest, model, run, write_image
 
@@ -80,6 +83,17 @@ class Reporting(ProgramTest):
             ),
             message,
         )
+
+    def test_what_onnx_runtime_logs_is_a_record(self):
+        # It warns of weights that no node uses.
+        result = self.succeed("-i", self.input, "-o", self.output, "-s", "512", "-w",
+                              model("unused_weights"), "--machine-progress")
+        (message,) = [
+            record["message"]
+            for record in result.records()
+            if record.get("code") == "inference_backend" and "unused" in record["message"]
+        ]
+        self.assertTrue(message.startswith("ONNX Runtime warning: "), message)
 
     def test_model_context_names_the_explicit_model(self):
         (message,) = self.succeed(*self.arguments()).messages("model_context")
@@ -160,6 +174,48 @@ class Reporting(ProgramTest):
             [record["event"] for record in result.records()],
             ["start", "progress", "progress", "finish"],
         )
+
+    def test_the_argument_counts_wherever_it_stands(self):
+        # Behind "--", and as the value of another option.
+        for arguments in (
+            self.arguments("-q", "--", "--machine-progress"),
+            ["-i", self.input, "-w", model("identity"), "-o", self.output, "-n",
+             "--machine-progress"],
+        ):
+            with self.subTest(arguments=arguments[-3:]):
+                result = run(*arguments, cwd=self.folder)
+                self.assertEqual(result.out, "")
+                records = result.records()  # every line is JSON
+                self.assertIn("event", records[-1])
+
+    def test_every_line_for_hosts_is_utf8(self):
+        name = b"\xb5m 31.png"  # ISO 8859-1
+        path = self.path(os.fsdecode(name))
+        shutil.copyfile(self.input, path)
+        output = self.path(os.fsdecode(name + b".png"))
+        result = self.succeed("-i", path, "-o", output, "-w", model("identity"), "-s", 512,
+                              "--machine-progress")
+        result.err.encode("utf-8")  # fails where a byte was none
+        (reading,) = (r["message"] for r in result.records() if r.get("code") == "input")
+        self.assertEqual(reading, f"Reading {self.folder}/\ufffdm 31.png")
+        self.assertTrue(output.exists())
+
+    def test_header_text_that_is_no_utf8_reaches_hosts_as_json(self):
+        path = self.path("in.fits")
+        fits.PrimaryHDU(numpy.full((512, 512), 9, numpy.uint8)).writeto(path)
+        data = bytearray(path.read_bytes())
+        card = b"BUNIT   = '\xb5Jy     '".ljust(80)
+        end = data.index(b"END" + b" " * 77)
+        data[end : end + 160] = card + b"END".ljust(80)
+        path.write_bytes(data)
+        output = self.path("out.fits")
+        result = self.succeed("-i", path, "-o", output, "-w", model("identity"),
+                              "--machine-progress")
+        result.err.encode("utf-8")
+        messages = [record.get("message") for record in result.records()]
+        self.assertIn("BUNIT   = '\ufffdJy     '", messages)
+        # The result's header has the source's bytes.
+        self.assertTrue(card in output.read_bytes())
 
     def test_a_failure_during_inference_ends_with_the_error_event(self):
         result = run(*self.arguments("--machine-progress", weights="nan_output"))

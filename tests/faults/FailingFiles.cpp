@@ -122,6 +122,18 @@ ssize_t write(int descriptor, const void* bytes, size_t count) {
   return IsPlanned("write") && GoesWrongOn(descriptor) ? -1 : hidden(descriptor, bytes, count);
 }
 
+ssize_t pwrite(int descriptor, const void* bytes, size_t count, off_t offset) {
+  static auto* const hidden = HIDDEN(pwrite);
+  return IsPlanned("write") && GoesWrongOn(descriptor) ? -1
+                                                       : hidden(descriptor, bytes, count, offset);
+}
+
+ssize_t pwrite64(int descriptor, const void* bytes, size_t count, off64_t offset) {
+  static auto* const hidden = HIDDEN(pwrite64);
+  return IsPlanned("write") && GoesWrongOn(descriptor) ? -1
+                                                       : hidden(descriptor, bytes, count, offset);
+}
+
 ssize_t writev(int descriptor, const iovec* parts, int count) {
   static auto* const hidden = HIDDEN(writev);
   return IsPlanned("write") && GoesWrongOn(descriptor) ? -1 : hidden(descriptor, parts, count);

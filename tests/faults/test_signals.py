@@ -69,6 +69,8 @@ class Signals(FaultTest):
                 self.assertEqual(result.status, -number)
                 self.check_disk(result.status, leftovers)
                 for leftover in self.results.glob(".nebulex2-*"):
+                    if call == "write":
+                        self.assertEqual(leftover.stat().st_mode & 0o777, 0o600)
                     leftover.unlink()
 
     def test_terminated_while_it_writes(self):
@@ -78,6 +80,12 @@ class Signals(FaultTest):
     def test_killed_while_it_writes(self):
         for call in ("write", "rename"):
             self.strike_at_calls(call, signal.SIGKILL, leftovers=1)
+
+    def test_half_a_result_is_for_its_owner_alone(self):
+        self.targets = self.outputs("out.fits", "mask.fits.gz")
+        self.whole = self.complete(self.source, self.targets)
+        self.run_arguments = self.arguments(self.source, self.targets)
+        self.strike_at_calls("write", signal.SIGKILL, leftovers=1)
 
     def test_every_ending_signal_removes_what_is_unfinished(self):
         for number in ENDING:

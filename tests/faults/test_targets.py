@@ -157,6 +157,77 @@ class NoFile(FaultTest):
             self.assertNotEqual(store.read_bytes(), OLD)
 
 
+class Protected(FaultTest):
+    """What the user may not write; a process without the rights of root, whom modes do not stop."""
+
+    USER = 65534
+
+    def setUp(self):
+        super().setUp()
+        self.source = self.input("in.tif")
+        self.old = self.results / "out.tif"
+
+    def give_away(self, *paths):
+        if os.geteuid() == 0:
+            self.folder.chmod(0o755)
+            for path in paths:
+                os.chown(path, self.USER, self.USER)
+
+    def run_as_user(self, target):
+        def drop():
+            if os.geteuid() == 0:
+                os.setgroups([])
+                os.setgid(self.USER)
+                os.setuid(self.USER)
+        return run(*self.arguments(self.source, [target]), preexec=drop)
+
+    def refused(self, target, before):
+        result = self.run_as_user(target)
+        self.failed(result, rf"^Unable to write output image: {target} \(Permission denied\)$")
+        self.assertEqual(result.messages("inference_backend"), [])
+        self.assertEqual(target.read_bytes(), before)
+        self.assertEqual(os.listdir(self.results), [target.name])
+
+    def test_a_write_protected_file_is_refused_before_the_work(self):
+        for name in ("out.tif", "out.png", "out.jpg"):
+            with self.subTest(name=name):
+                target = self.results / name
+                target.write_bytes(OLD)
+                target.chmod(0o444)
+                self.give_away(self.results, target)
+                self.refused(target, OLD)
+                target.unlink()
+
+    @unittest.skipIf(os.geteuid() != 0, "only root can give files away")
+    def test_a_file_of_another_owner_is_refused_before_the_work(self):
+        self.old.write_bytes(OLD)
+        self.old.chmod(0o644)
+        self.give_away(self.results)
+        self.refused(self.old, OLD)
+
+    def test_a_write_protected_fits_file_gives_its_name_away(self):
+        target = self.results / "out.fits"
+        target.write_bytes(OLD)
+        target.chmod(0o444)
+        self.give_away(self.results, target)
+        self.assertEqual(self.run_as_user(target).status, 0)
+        self.assertNotEqual(target.read_bytes(), OLD)
+
+    def test_a_file_in_a_folder_that_takes_no_other_is_written(self):
+        for name in ("out.tif", "out.png"):
+            with self.subTest(name=name):
+                target = self.results / name
+                [complete] = self.complete(self.source, [target])
+                target.write_bytes(OLD)
+                self.give_away(self.results, target)
+                self.results.chmod(0o555)
+                result = self.run_as_user(target)
+                self.results.chmod(0o755)
+                self.assertEqual(result.status, 0, result.err)
+                self.assertEqual(content(target), complete)
+                target.unlink()
+
+
 class Removed(FaultTest):
     def test_the_folder_of_the_outputs_is_removed_during_the_run(self):
         for names in (("out.tif", "mask.png"), ("out.fits", "mask.fits.gz")):

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "FuzzTarget.h"
-#include "io/AstroTiff.h"
+#include "io/tiff/AstroTiff.h"
 
 namespace project_lumen::fuzz {
 namespace {

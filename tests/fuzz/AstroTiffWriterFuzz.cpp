@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "FuzzTarget.h"
-#include "io/AstroTiff.h"
-#include "io/TiffLayout.h"
+#include "io/tiff/AstroTiff.h"
+#include "io/tiff/TiffLayout.h"
 
 namespace project_lumen::fuzz {
 namespace {

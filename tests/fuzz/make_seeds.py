@@ -189,7 +189,7 @@ def with_pillow(image, form, **options):
     return stream.getvalue()
 
 
-def display_tiffs():
+def raster_tiffs():
     made = {}
     compressions = {"none": 1, "lzw": 5, "deflate": 8, "packbits": 32773, "lzma": 34925,
                     "zstd": 50000}
@@ -316,7 +316,7 @@ SEEDS = {
     "AstroTiffReaderFuzz": described_tiffs,
     "AstroTiffWriterFuzz": appendices,
     "CommandLineFuzz": command_lines,
-    "DisplayReaderFuzz": lambda: {**display_tiffs(), **other_pictures()},
+    "RasterReaderFuzz": lambda: {**raster_tiffs(), **other_pictures()},
     "FitsReaderFuzz": fits_files,
     "HalfFloatFuzz": halves,
     "JsonStringFuzz": texts,

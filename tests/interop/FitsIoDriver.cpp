@@ -8,21 +8,16 @@
 #include <opencv2/core.hpp>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "common/Diagnostics.h"
-#include "io/FitsReader.h"
-#include "io/FitsWriter.h"
+#include "io/EqualChannels.h"
+#include "io/fits/FitsReader.h"
+#include "io/fits/FitsWriter.h"
 
 namespace {
 
 namespace io = project_lumen::io;
 using Arguments = std::vector<std::string>;
-
-project_lumen::DiagnosticsSink Sink() {
-  return {true, false, std::cerr};
-}
 
 io::OutputRole RoleNamed(const std::string& name) {
   if (name == "main") {
@@ -31,32 +26,23 @@ io::OutputRole RoleNamed(const std::string& name) {
   return name == "difference" ? io::OutputRole::kDifference : io::OutputRole::kUnscreen;
 }
 
-bool HasEqualChannels(const cv::Mat& image) {
-  std::vector<cv::Mat> channels;
-  cv::split(image, channels);
-  return channels.size() == 1 || (cv::norm(channels[0], channels[1], cv::NORM_L1) == 0.0 &&
-                                  cv::norm(channels[0], channels[2], cv::NORM_L1) == 0.0);
-}
-
 void Copy(const Arguments& arguments) {
   const bool isLinear = arguments.at(4) == "1";
-  io::FitsImage read = io::ReadFitsImage(arguments.at(1), isLinear, Sink());
+  io::InputReport report;
   io::SourceImageInfo source;
+  cv::Mat image = io::ReadFitsImage(arguments.at(1), isLinear, source.fits, report);
   source.isFits = true;
-  source.isGrayscale = HasEqualChannels(read.image);
-  source.fits = std::move(read.info);
+  source.isGrayscale = image.channels() == 1 || io::HasEqualChannels(image);
   source.fixedDivisor = source.fits.fixedDivisor;
-  cv::Mat image = read.image;
   if (source.isGrayscale) {
-    cv::extractChannel(read.image, image, 0);
+    cv::extractChannel(image, image, 0);
   }
   io::LinearOutputInfo linear;
   linear.divisor = source.fixedDivisor;
   linear.upperClipped = source.fits.upperClipped;
-  linear.channels.assign(static_cast<std::size_t>(image.channels()), {0.25, false});
-  linear.sourceSamples = image;
+  linear.shadows.assign(static_cast<std::size_t>(image.channels()), 0.25);
   io::WriteFitsOutput(arguments.at(2), image, source.isGrayscale, &source,
-                      RoleNamed(arguments.at(3)), isLinear ? &linear : nullptr, Sink());
+                      RoleNamed(arguments.at(3)), isLinear ? &linear : nullptr);
 }
 
 void Make(const Arguments& arguments) {
@@ -66,14 +52,16 @@ void Make(const Arguments& arguments) {
     image.ptr<float>()[i] = static_cast<float>(i) / static_cast<float>(count);
   }
   io::WriteFitsOutput(arguments.at(1), image, image.channels() == 1, nullptr,
-                      RoleNamed(arguments.at(2)), nullptr, Sink());
+                      RoleNamed(arguments.at(2)), nullptr);
 }
 
 void Read(const Arguments& arguments) {
   for (std::size_t i = 2; i < arguments.size(); ++i) {
     std::cout << arguments[i] << std::flush;
     try {
-      io::ReadFitsImage(arguments[i], arguments[1] == "1", Sink());
+      io::FitsImageInfo info;
+      io::InputReport report;
+      io::ReadFitsImage(arguments[i], arguments[1] == "1", info, report);
       std::cout << " ok\n";
     } catch (const std::invalid_argument& error) {
       std::cout << ' ' << error.what() << '\n';

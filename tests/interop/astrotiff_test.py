@@ -1,6 +1,6 @@
-"""Display formats and AstroTIFF metadata as other programs see them.
+"""Raster formats and AstroTIFF metadata as other programs see them.
 
-The driver (DISPLAY_IO_DRIVER) is the program's own code; tifffile, tiffinfo, exiftool, OpenCV's
+The driver (RASTER_IO_DRIVER) is the program's own code; tifffile, tiffinfo, exiftool, OpenCV's
 Python module and Pillow are the others.
 """
 
@@ -14,7 +14,7 @@ import numpy
 import tifffile
 from PIL import Image
 
-DRIVER = os.environ["DISPLAY_IO_DRIVER"]
+DRIVER = os.environ["RASTER_IO_DRIVER"]
 
 
 def card(text):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Counts the damages of TIFF files that go unnoticed: tiff_damage.py FOLDER [NAME...]
 
-FOLDER holds the seeds of DisplayReaderFuzz (tests/fuzz/make_seeds.py), DISPLAY_IO_DRIVER is the
+FOLDER holds the seeds of RasterReaderFuzz (tests/fuzz/make_seeds.py), RASTER_IO_DRIVER is the
 driver of the interop tests. Every byte of the image data is changed in three ways, one at a time;
 the table tells how many of these files are refused, read as before, and read as another picture.
 It takes minutes and is run by hand.
@@ -23,7 +23,7 @@ MASKS = (0x01, 0x40, 0xFF)
 def samples(path, output):
     """What the program reads, None when it refuses."""
     output.unlink(missing_ok=True)
-    subprocess.run([os.environ["DISPLAY_IO_DRIVER"], "read", path, output],
+    subprocess.run([os.environ["RASTER_IO_DRIVER"], "read", path, output],
                    stderr=subprocess.DEVNULL, check=False)
     return output.read_bytes() if output.exists() else None
 

@@ -2,6 +2,7 @@
 // BigTIFF. Independent of the program's own TIFF code on purpose.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -50,6 +51,17 @@ class TiffBuilder {
   // An entry whose value field holds exactly this number, whatever it means.
   TiffBuilder& AddField(int tag, int type, std::uint64_t count, std::uint64_t field) {
     entries_.push_back({tag, type, count, Number(field, OffsetSize())});
+    return *this;
+  }
+
+  // An entry of any type whose values are these bytes, put where its tag belongs.
+  TiffBuilder& Insert(int tag, int type, std::uint64_t count, const std::string& bytes) {
+    const auto place = std::find_if(entries_.begin(), entries_.end(),
+                                    [tag](const Entry& entry) { return entry.tag > tag; });
+    if (place <= entries_.begin() + static_cast<std::ptrdiff_t>(stripEntry_)) {
+      ++stripEntry_;
+    }
+    entries_.insert(place, {tag, type, count, bytes});
     return *this;
   }
 
@@ -185,6 +197,7 @@ struct TiffImage {
   int rowsPerStrip = 0;  // 0: all rows
   int planarConfiguration = 1;
   int sampleFormat = 1;  // unsigned integer
+  int predictor = 0;     // 0: no such entry
 };
 
 inline TiffBuilder BuildTiffImage(const TiffImage& image, const std::vector<std::string>& strips,
@@ -207,6 +220,9 @@ inline TiffBuilder BuildTiffImage(const TiffImage& image, const std::vector<std:
   builder.Add(284, TiffBuilder::kShort, {number(image.planarConfiguration)})
       .Add(339, TiffBuilder::kShort,
            std::vector<std::uint64_t>(number(image.samplesPerPixel), number(image.sampleFormat)));
+  if (image.predictor != 0) {
+    builder.Insert(317, TiffBuilder::kShort, 1, builder.Number(number(image.predictor), 2));
+  }
   return builder;
 }
 

@@ -141,6 +141,7 @@ def fails_on_tiles():
 MODELS = {
     "identity": lambda: model([node("Identity", ["input"])]),
     "identity_any_size": any_size,
+    "unused_weights": lambda: model([node("Identity", ["input"])], [constant("unused", 1)]),
     "scaling": lambda: with_constant("Mul", 0.5),
     "pattern": lambda: with_constant("Mul", PATTERN),
     "zero": lambda: filled(0.0),

@@ -1,4 +1,4 @@
-// The input image as the processing works on it.
+// The input image as the processing takes it.
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -10,11 +10,8 @@
 namespace project_lumen::cli {
 
 struct LoadedInput {
-  // Three channels in RGB order, CV_32FC3, or CV_64FC3 for a linear run; stored sample / K, on the
-  // working grid (doubled when upsampling).
-  cv::Mat image;
-  // The same samples on the input's own grid: one channel for a grayscale source, else three.
-  // Shares its buffer with `image` where nothing was changed.
+  // Stored sample / K, float32, or float64 for a linear run: one channel for a grayscale source,
+  // else three in RGB order.
   cv::Mat sourceSamples;
   io::SourceImageInfo info;
 };

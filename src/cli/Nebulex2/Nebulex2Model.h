@@ -2,16 +2,16 @@
 // rooms it calls.
 #pragma once
 
-#include <memory>
 #include <opencv2/core/mat.hpp>
+#include <string>
 
-#include "backend/OnnxRuntimeBackend.h"
 #include "cli/DLModelBase.h"
 #include "cli/Nebulex2/Nebulex2Input.h"
 #include "cli/Nebulex2/Nebulex2Output.h"
 #include "cli/RunOptions.h"
 #include "core/Image.h"
-#include "core/StarRemoval.h"
+#include "core/LayerBands.h"
+#include "io/LinearOutputInfo.h"
 
 namespace project_lumen::cli {
 
@@ -25,9 +25,6 @@ class Nebulex2Model : public DLModelBase {
   // Reads the input image and checks that it holds at least one window.
   void LoadInput();
 
-  // Stretches a linear image for the network; otherwise only says that the run is not linear.
-  void PrepareLinearInput();
-
   // Takes the stars out and makes the starless image ready to be written.
   void Run();
 
@@ -36,12 +33,12 @@ class Nebulex2Model : public DLModelBase {
   void WriteOutputs();
 
  private:
-  // One tile through the backend, which the first tile creates.
-  core::Image InferTile(const core::ImageView& tile);
+  // The network, which its first tile opens. It is closed when the function goes.
+  [[nodiscard]] core::TileInferenceFn Network() const;
+  // The starless image on the source's grid.
+  cv::Mat RemoveStars();
   void DescribeLinearRun();
-  void RemoveStarsFromWorkingImage();
-  cv::Mat InvertLinearPrediction();
-  void PrepareStarlessOutput();
+  void CheckLayers() const;
   void WriteLayer(const char* announcement, const std::string& path, io::OutputRole role,
                   bool isLast, cv::Mat& layer);
   void WriteOne(const char* announcement, const std::string& path, const cv::Mat& prepared,
@@ -49,15 +46,13 @@ class Nebulex2Model : public DLModelBase {
   void DropLayerInputs();
   [[nodiscard]] bool WantsMask() const { return !options_.maskPath.empty(); }
   [[nodiscard]] bool WantsUnscreen() const { return !options_.unscreenPath.empty(); }
-  [[nodiscard]] LayerInputs InputsOfLayers() const;
-  [[nodiscard]] OutputContext Context() const;
+  [[nodiscard]] core::LayerInputs InputsOfLayers() const;
+  [[nodiscard]] io::OutputFile Output(const std::string& path, io::OutputRole role) const;
 
   RunOptions options_;
   LoadedInput input_;
   io::LinearOutputInfo linearOutput_;
-  std::unique_ptr<backend::OnnxRuntimeBackend> backend_;
-  core::Image prediction_;  // what the network made of the working image
-  cv::Mat starless_;        // ready to be written; may share the prediction's samples
+  cv::Mat starless_;  // ready to be written
 };
 
 }  // namespace project_lumen::cli

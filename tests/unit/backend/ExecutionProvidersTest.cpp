@@ -55,7 +55,7 @@ TEST_F(ExecutionProviders, CommonOptionsTakeANumberOfIntraOpThreads) {
 }
 
 TEST_F(ExecutionProviders, CudaTakesItsProviderOptionsAsTheyArePreset) {
-  const CandidateSession candidate = CreateCudaSession(*environment, model);
+  const CandidateSession candidate = CreateCudaSession(*environment, model, 0);
   EXPECT_THAT(
       ort.Calls(),
       ElementsAre("CreateSessionOptions()", "SetInterOpNumThreads(options1, 1)",
@@ -68,21 +68,21 @@ TEST_F(ExecutionProviders, CudaTakesItsProviderOptionsAsTheyArePreset) {
 
 TEST_F(ExecutionProviders, CudaOptionsAreReleasedWhenTheProviderIsRefused) {
   ort.Fail("SessionOptionsAppendExecutionProvider_CUDA_V2", "no CUDA");
-  EXPECT_THAT([&] { CreateCudaSession(*environment, model); },
+  EXPECT_THAT([&] { CreateCudaSession(*environment, model, 0); },
               ThrowsMessage<std::exception>("no CUDA"));
   EXPECT_THAT(ort.Live(), ElementsAre("env1"));
 }
 
 TEST_F(ExecutionProviders, CudaOptionsAreReleasedWhenTheSessionIsRefused) {
   ort.Fail("CreateSessionFromArray", "no memory");
-  EXPECT_THAT([&] { CreateCudaSession(*environment, model); },
+  EXPECT_THAT([&] { CreateCudaSession(*environment, model, 0); },
               ThrowsMessage<std::exception>("no memory"));
   EXPECT_THAT(ort.Live(), ElementsAre("env1"));
 }
 
 TEST_F(ExecutionProviders, DirectMlRunsSequentiallyWithoutMemoryPattern) {
   const CandidateSession candidate =
-      CreateDirectMlSession(*environment, model, AddressInOnnxRuntime());
+      CreateDirectMlSession(*environment, model, 0, AddressInOnnxRuntime());
   EXPECT_THAT(ort.Calls(),
               ElementsAre("CreateSessionOptions()", "SetInterOpNumThreads(options1, 1)",
                           "SetSessionGraphOptimizationLevel(options1, 99)",
@@ -93,7 +93,7 @@ TEST_F(ExecutionProviders, DirectMlRunsSequentiallyWithoutMemoryPattern) {
 }
 
 TEST_F(ExecutionProviders, CpuKeepsTheDefaultsForMemoryPatternAndExecutionMode) {
-  const CandidateSession candidate = CreateCpuSession(*environment, model);
+  const CandidateSession candidate = CreateCpuSession(*environment, model, 0);
   EXPECT_THAT(ort.Calls(),
               ElementsAre("CreateSessionOptions()", "SetInterOpNumThreads(options1, 1)",
                           "SetSessionGraphOptimizationLevel(options1, 99)",
@@ -102,7 +102,7 @@ TEST_F(ExecutionProviders, CpuKeepsTheDefaultsForMemoryPatternAndExecutionMode) 
 }
 
 TEST_F(ExecutionProviders, ACandidateReleasesItsSessionBeforeItsOptions) {
-  { const CandidateSession candidate = CreateCpuSession(*environment, model); }
+  { const CandidateSession candidate = CreateCpuSession(*environment, model, 0); }
   const auto& calls = ort.Calls();
   EXPECT_THAT(std::vector(calls.end() - 2, calls.end()),
               ElementsAre("ReleaseSession(session1)", "ReleaseSessionOptions(options1)"));

@@ -38,6 +38,11 @@ void FakeOrtApi::Fail(const std::string& member, const std::string& message, int
   failures_[{member, occurrence}] = message;
 }
 
+void FakeOrtApi::LogDuring(const std::string& member, OrtLoggingLevel severity,
+                           const std::string& line) {
+  lines_[member] = {severity, line};
+}
+
 void FakeOrtApi::FailCallNumber(int number) {
   failingCall_ = number;
 }
@@ -79,6 +84,10 @@ Handle* FakeOrtApi::Make(const std::string& kind) {
 OrtStatus* FakeOrtApi::Record(const std::string& member, const std::string& arguments) {
   calls_.push_back(member + "(" + arguments + ")");
   ++statusCalls_;
+  if (const auto line = lines_.extract(member)) {
+    const auto& [severity, text] = line.mapped();
+    logger_(nullptr, severity, "category", "id", "place", text.c_str());
+  }
   const auto failure = failures_.find({member, ++occurrences_[member]});
   if (failure != failures_.end()) {
     return MakeStatus(failure->second);
@@ -147,6 +156,14 @@ void FakeOrtApi::FillTable(OrtApi& table) {
 
   table.CreateEnv = [](OrtLoggingLevel level, const char* id, OrtEnv** env) noexcept {
     return current_->Create("CreateEnv", std::to_string(level) + ", " + id, "env", env);
+  };
+  table.CreateEnvWithCustomLogger = [](OrtLoggingFunction logger, void* parameter,
+                                       OrtLoggingLevel level, const char* id,
+                                       OrtEnv** env) noexcept {
+    EXPECT_EQ(parameter, nullptr);
+    current_->logger_ = logger;
+    return current_->Create("CreateEnvWithCustomLogger", std::to_string(level) + ", " + id, "env",
+                            env);
   };
   table.SetLanguageProjection = [](const OrtEnv* env, OrtLanguageProjection projection) noexcept {
     return current_->Record("SetLanguageProjection",
@@ -268,6 +285,9 @@ void FakeOrtApi::FillTable(OrtApi& table) {
     EXPECT_EQ(outputCount, 1U);
     const std::string arguments = current_->NameOf(session) + ", " + inputNames[0] + "=" +
                                   current_->NameOf(inputs[0]) + ", " + outputNames[0];
+    if (current_->duringRun) {
+      current_->duringRun();
+    }
     const FakeOutput& wanted = current_->output;
     if (!wanted.returned) {
       return current_->Record("Run", arguments);

@@ -5,10 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "backend/OrtApiTable.h"
@@ -38,6 +40,9 @@ class FakeOrtApi {
   // The call of this number, counted over all members that return a status from 1, fails.
   void FailCallNumber(int number);
 
+  // The first call of a member makes the runtime log this line.
+  void LogDuring(const std::string& member, OrtLoggingLevel severity, const std::string& line);
+
   // All calls so far that return a status or release something.
   [[nodiscard]] const std::vector<std::string>& Calls() const { return calls_; }
   [[nodiscard]] int StatusCalls() const { return statusCalls_; }
@@ -53,6 +58,7 @@ class FakeOrtApi {
   std::string NameOf(const void* handle) const;
 
   FakeOutput output;                     // for every Run; samples are twice those of the input
+  std::function<void()> duringRun;       // called by every Run; may be empty
   const void* inputData = nullptr;       // memory of the latest input tensor
   std::vector<float> inputSamples;       // its content during the latest Run
   std::vector<std::uint8_t> modelBytes;  // of the latest session
@@ -83,6 +89,8 @@ class FakeOrtApi {
   std::map<std::string, int> counts_;
   std::map<std::string, int> occurrences_;
   std::map<std::pair<std::string, int>, std::string> failures_;
+  std::map<std::string, std::pair<OrtLoggingLevel, std::string>> lines_;
+  OrtLoggingFunction logger_ = nullptr;  // of the environment
   int failingCall_ = 0;
   int statusCalls_ = 0;
   std::vector<std::string> calls_;

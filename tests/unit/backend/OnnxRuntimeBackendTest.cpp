@@ -6,8 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FakeOrtApi.h"
@@ -15,6 +17,8 @@
 namespace project_lumen::backend {
 namespace {
 
+using testing::AllOf;
+using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -75,6 +79,22 @@ class Backend : public testing::Test {
   std::vector<std::string> messages;
 };
 
+TEST_F(Backend, EverySessionThatIsTriedGetsTheNumberOfIntraOpThreads) {
+  RefuseDirectMl();
+  ort.Fail("SessionOptionsAppendExecutionProvider_CUDA_V2", "no CUDA");
+  ProviderPlatform platform = WithCuda();
+  platform.intraThreads = 3;
+  Open(platform);
+  EXPECT_THAT(ort.Calls(), AllOf(Contains("SetIntraOpNumThreads(options2, 3)"),
+                                 Contains("SetIntraOpNumThreads(options3, 3)"),
+                                 Contains("SetIntraOpNumThreads(options4, 3)")));
+}
+
+TEST_F(Backend, WithoutARestrictionTheNumberOfIntraOpThreadsIsLeftAlone) {
+  Open(WithoutCuda());
+  EXPECT_FALSE(Called("SetIntraOpNumThreads"));
+}
+
 // The calls of the `number`th run, whose input is written as "bytes, extents".
 std::vector<std::string> RunCalls(const std::string& session, int number,
                                   const std::string& tensor) {
@@ -119,7 +139,7 @@ TEST_F(Backend, OpensAndClosesACudaSessionInThisOrder) {
   EXPECT_THAT(
       ort.Calls(),
       ElementsAreArray(Concatenate(
-          {{"CreateEnv(4, project-lumen-ort)", "SetLanguageProjection(env1, 1)",
+          {{"CreateEnvWithCustomLogger(4, project-lumen-ort)", "SetLanguageProjection(env1, 1)",
             "CreateSessionOptions()", "CreateSessionOptions()", "SetInterOpNumThreads(options2, 1)",
             "SetSessionGraphOptimizationLevel(options2, 99)", "CreateCUDAProviderOptions()",
             "SessionOptionsAppendExecutionProvider_CUDA_V2(options2, cudaOptions1)",
@@ -132,12 +152,12 @@ TEST_F(Backend, OpensAndClosesACudaSessionInThisOrder) {
 
 TEST_F(Backend, LogsWarningsUnlessQuiet) {
   const OnnxRuntimeBackend backend = Open(WithoutCuda(), false);
-  EXPECT_EQ(ort.Calls().front(), "CreateEnv(2, project-lumen-ort)");
+  EXPECT_EQ(ort.Calls().front(), "CreateEnvWithCustomLogger(2, project-lumen-ort)");
 }
 
 TEST_F(Backend, LogsFatalMessagesOnlyWhenQuiet) {
   const OnnxRuntimeBackend backend = Open(WithoutCuda(), true);
-  EXPECT_EQ(ort.Calls().front(), "CreateEnv(4, project-lumen-ort)");
+  EXPECT_EQ(ort.Calls().front(), "CreateEnvWithCustomLogger(4, project-lumen-ort)");
 }
 
 TEST_F(Backend, TakesCudaWhenItWorksAndSendsNoMessage) {
@@ -248,7 +268,7 @@ TEST_F(Backend, FailsWhenTheWarmupOnTheCpuFails) {
 }
 
 TEST_F(Backend, FailsWithoutAnEnvironment) {
-  ort.Fail("CreateEnv", "no environment");
+  ort.Fail("CreateEnvWithCustomLogger", "no environment");
   ExpectOpenFails(WithoutCuda(), "no environment");
   EXPECT_FALSE(Called("CreateSessionOptions"));
 }
@@ -263,7 +283,7 @@ TEST_F(Backend, FailsForAMissingModelBeforeAnyProviderIsTried) {
   EXPECT_THAT([&] { OnnxRuntimeBackend(path, kWindow, {}, true, WithCuda()); },
               ThrowsMessage<std::runtime_error>("Unable to open ONNX model file: " + path +
                                                 Context(path, "missing")));
-  EXPECT_THAT(ort.Calls(), ElementsAre("CreateEnv(4, project-lumen-ort)",
+  EXPECT_THAT(ort.Calls(), ElementsAre("CreateEnvWithCustomLogger(4, project-lumen-ort)",
                                        "SetLanguageProjection(env1, 1)", "CreateSessionOptions()",
                                        "ReleaseSessionOptions(options1)", "ReleaseEnv(env1)"));
 }
@@ -307,13 +327,12 @@ TEST_F(Backend, RunsATileOfAnySizeOverItsOwnMemory) {
   for (int i = 0; i < 60; ++i) {
     tile.ptr<float>()[i] = static_cast<float>(i);
   }
-  const cv::Mat result = backend.InferTile(tile);
+  const std::vector<float> result = backend.InferTile(tile);
   EXPECT_EQ(ort.inputData, tile.data);
   EXPECT_THAT(ort.Calls(), ElementsAreArray(RunCalls("session1", 2, "240 bytes, 1x4x5x3")));
-  ASSERT_EQ(result.size(), tile.size());
-  ASSERT_EQ(result.type(), CV_32FC3);
-  for (int i = 0; i < 60; ++i) {
-    EXPECT_EQ(result.ptr<float>()[i], 2.0F * static_cast<float>(i));
+  ASSERT_EQ(result.size(), 60U);
+  for (std::size_t i = 0; i < 60; ++i) {
+    EXPECT_EQ(result[i], 2.0F * static_cast<float>(i));
   }
 }
 
@@ -323,7 +342,7 @@ TEST_F(Backend, StaysUsableAfterAFailedTile) {
   ort.output.returned = false;
   EXPECT_THROW(backend.InferTile(tile), std::runtime_error);
   ort.output.returned = true;
-  EXPECT_EQ(backend.InferTile(tile).at<cv::Vec3f>(1, 1)[2], 1.0F);
+  EXPECT_EQ(backend.InferTile(tile).back(), 1.0F);
   EXPECT_EQ(backend.ProviderName(), "DirectML execution provider");
 }
 
@@ -353,6 +372,78 @@ TEST_F(Backend, AFailedTileLeadsToNoOtherProvider) {
   EXPECT_THROW(backend.InferTile(cv::Mat::zeros(2, 2, CV_32FC3)), std::runtime_error);
   EXPECT_FALSE(Called("CreateSession"));
   EXPECT_THAT(messages, IsEmpty());
+}
+
+TEST_F(Backend, WhatTheRuntimeLogsIsAMessageInItsPlace) {
+  ort.LogDuring("SessionOptionsAppendExecutionProvider", ORT_LOGGING_LEVEL_WARNING, "no device");
+  RefuseDirectMl();
+  ort.LogDuring("CreateSessionFromArray", ORT_LOGGING_LEVEL_WARNING, "unused weights");
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  EXPECT_THAT(messages,
+              ElementsAre("ONNX Runtime warning: no device", Warning("DirectML", "no DirectML"),
+                          "ONNX Runtime warning: unused weights", kCpuMessage));
+  messages.clear();
+  ort.LogDuring("Run", ORT_LOGGING_LEVEL_ERROR, "a node failed");
+  ort.Fail("Run", "no result", 2);
+  EXPECT_THROW(backend.InferTile(cv::Mat::zeros(2, 2, CV_32FC3)), std::runtime_error);
+  EXPECT_THAT(messages, ElementsAre("ONNX Runtime error: a node failed"));
+}
+
+TEST_F(Backend, WhatTheRuntimeLogsOfAFailedOpeningIsAMessageToo) {
+  RefuseDirectMl();
+  ort.LogDuring("CreateSessionFromArray", ORT_LOGGING_LEVEL_ERROR, "what is wrong");
+  ort.Fail("CreateSessionFromArray", "bad graph");
+  EXPECT_THROW(Open(WithoutCuda()), std::runtime_error);
+  EXPECT_THAT(messages,
+              ElementsAre(Warning("DirectML", "no DirectML"), "ONNX Runtime error: what is wrong"));
+}
+
+TEST_F(Backend, AnEmptyCallbackDropsWhatTheRuntimeLogs) {
+  ort.LogDuring("CreateSessionFromArray", ORT_LOGGING_LEVEL_WARNING, "unused weights");
+  EXPECT_NO_THROW(OnnxRuntimeBackend(ModelPath(), kWindow, {}, false, WithoutCuda()));
+}
+
+TEST_F(Backend, TilesOfSeveralThreadsTakeTurns) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  std::atomic<int> inside = 0;
+  std::atomic<int> meetings = 0;
+  ort.duringRun = [&] {
+    meetings += inside++ == 0 ? 0 : 1;
+    std::this_thread::yield();
+    --inside;
+  };
+  std::atomic<int> wrong = 0;
+  std::vector<std::thread> threads;
+  for (int number = 1; number <= 4; ++number) {
+    threads.emplace_back([&backend, &wrong, number] {
+      const cv::Mat tile(2, 2, CV_32FC3, cv::Scalar::all(number));
+      for (int i = 0; i < 200; ++i) {
+        wrong +=
+            backend.InferTile(tile) == std::vector<float>(12, 2.0F * static_cast<float>(number))
+                ? 0
+                : 1;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(meetings, 0);
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(Backend, AMessageMayUseTheSession) {
+  const cv::Mat tile = cv::Mat::zeros(2, 2, CV_32FC3);
+  OnnxRuntimeBackend* used = nullptr;
+  int answers = 0;
+  OnnxRuntimeBackend backend(
+      ModelPath(), kWindow,
+      [&](const std::string&) { answers += used != nullptr && !used->InferTile(tile).empty(); },
+      true, WithoutCuda());
+  used = &backend;
+  ort.LogDuring("Run", ORT_LOGGING_LEVEL_WARNING, "slow");
+  backend.InferTile(tile);
+  EXPECT_EQ(answers, 1);
 }
 
 TEST_F(Backend, RefusesAnEmptyTile) {

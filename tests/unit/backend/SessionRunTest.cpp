@@ -27,7 +27,7 @@ class SessionRun : public testing::Test {
       : environment(CreateHandle<EnvironmentHandle>([](OrtEnv** env) {
           return CurrentOrtApi().CreateEnv(ORT_LOGGING_LEVEL_FATAL, "test", env);
         })),
-        candidate(CreateCpuSession(*environment, Bytes(3))) {
+        candidate(CreateCpuSession(*environment, Bytes(3), 0)) {
     ort.ForgetCalls();
   }
 

@@ -55,7 +55,6 @@ TEST(ParseCommandLine, DefaultsOfEveryOption) {
   EXPECT_FALSE(line.options.linear);
   EXPECT_FALSE(line.options.quiet);
   EXPECT_TRUE(line.options.protectHighlights);
-  EXPECT_FALSE(line.options.machineProgress);
   EXPECT_FALSE(line.linearTuningGiven);
 }
 
@@ -93,7 +92,6 @@ TEST(ParseCommandLine, LongFormOfEveryOption) {
   EXPECT_TRUE(line.options.linear);
   EXPECT_TRUE(line.options.quiet);
   EXPECT_FALSE(line.options.protectHighlights);
-  EXPECT_TRUE(line.options.machineProgress);
   EXPECT_TRUE(line.linearTuningGiven);
 }
 

@@ -12,12 +12,18 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
+
+#include "support/StandardErrorFile.h"
+#include "support/TemporaryFolder.h"
+#include "support/TiffBuilder.h"
 
 namespace project_lumen::cli {
 namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class LoadInputImageTest : public testing::Test {
  protected:
@@ -57,16 +63,15 @@ cv::Mat ColourPair() {
 
 TEST_F(LoadInputImageTest, ColourBecomesNormalisedRgbWithoutRescaling) {
   const LoadedInput input = Load(Write("a.png", ColourPair()));
-  ASSERT_EQ(input.image.type(), CV_32FC3);
+  ASSERT_EQ(input.sourceSamples.type(), CV_32FC3);
   const cv::Mat expected =
       (cv::Mat_<cv::Vec3f>(1, 2) << cv::Vec3f(1.0F, 0.2F, 0.0F), cv::Vec3f(0.8F, 0.6F, 0.4F));
-  EXPECT_LE(cv::norm(input.image, expected, cv::NORM_INF), 1e-7);
+  EXPECT_LE(cv::norm(input.sourceSamples, expected, cv::NORM_INF), 1e-7);
   EXPECT_FALSE(input.info.isFits);
   EXPECT_FALSE(input.info.isGrayscale);
   EXPECT_EQ(input.info.storedDepth, CV_8U);
   EXPECT_EQ(input.info.fixedDivisor, 255.0);
   EXPECT_EQ(input.info.astroTiffHeader, "");
-  EXPECT_EQ(input.sourceSamples.data, input.image.data);
 }
 
 TEST_F(LoadInputImageTest, RecordsDescribeTheStoredSamplesInStoredOrder) {
@@ -97,8 +102,8 @@ TEST_F(LoadInputImageTest, RecordsDescribeTheStoredSamplesInStoredOrder) {
 TEST_F(LoadInputImageTest, SixteenBitEndsOfTheScaleAreExactlyZeroAndOne) {
   const cv::Mat stored = (cv::Mat_<std::uint16_t>(1, 2) << 0, 65535);
   const LoadedInput input = Load(Write("a.png", stored));
-  EXPECT_EQ(input.image.at<cv::Vec3f>(0), cv::Vec3f(0, 0, 0));
-  EXPECT_EQ(input.image.at<cv::Vec3f>(1), cv::Vec3f(1, 1, 1));
+  EXPECT_EQ(input.sourceSamples.at<float>(0), 0.0F);
+  EXPECT_EQ(input.sourceSamples.at<float>(1), 1.0F);
   EXPECT_EQ(input.info.fixedDivisor, 65535.0);
   EXPECT_THAT(records_.str(), HasSubstr("stored=uint16 width=2 height=1 channels=1\n"));
   EXPECT_THAT(records_.str(),
@@ -112,7 +117,6 @@ TEST_F(LoadInputImageTest, OneChannelIsGrayscaleWithOneChannelOfSourceSamples) {
   EXPECT_TRUE(input.info.isGrayscale);
   ASSERT_EQ(input.sourceSamples.type(), CV_32FC1);
   EXPECT_FLOAT_EQ(input.sourceSamples.at<float>(0), 0.2F);
-  EXPECT_EQ(input.image.channels(), 3);
   EXPECT_THAT(records_.str(), HasSubstr("format=TIFF stored=uint8 "));
   EXPECT_THAT(records_.str(), HasSubstr("height=2 interpretation=grayscale\n"));
 }
@@ -128,7 +132,6 @@ TEST_F(LoadInputImageTest, ThreeEqualPlanesAreGrayscale) {
 TEST_F(LoadInputImageTest, LinearRunsWorkInFloat64) {
   const cv::Mat stored = (cv::Mat_<std::uint16_t>(1, 3) << 1, 21845, 65535);
   const LoadedInput input = Load(Write("a.tif", stored), false, true);
-  ASSERT_EQ(input.image.type(), CV_64FC3);
   ASSERT_EQ(input.sourceSamples.type(), CV_64FC1);
   EXPECT_DOUBLE_EQ(input.sourceSamples.at<double>(0), 1.0 / 65535.0);
   EXPECT_DOUBLE_EQ(input.sourceSamples.at<double>(1), 1.0 / 3.0);
@@ -137,11 +140,9 @@ TEST_F(LoadInputImageTest, LinearRunsWorkInFloat64) {
                                         "MTF/inverse=float64; inference=float32\n"));
 }
 
-TEST_F(LoadInputImageTest, UpsamplingDoublesTheWorkingImageOnly) {
+TEST_F(LoadInputImageTest, UpsamplingIsAnnouncedAndLeavesTheSamplesOnTheirGrid) {
   const LoadedInput input = Load(Write("a.png", ColourPair()), true);
-  EXPECT_EQ(input.image.size(), cv::Size(4, 2));
   EXPECT_EQ(input.sourceSamples.size(), cv::Size(2, 1));
-  EXPECT_EQ(input.image.at<cv::Vec3f>(0, 2), input.sourceSamples.at<cv::Vec3f>(0, 1));
   EXPECT_THAT(records_.str(), HasSubstr("width=2 height=1 interpretation=RGB\n"
                                         "Info [intermediate_sampling]: 2x grid-aligned cubic "
                                         "upsampling; output selects original grid samples without "
@@ -160,6 +161,78 @@ TEST_F(LoadInputImageTest, FloatTiffIsDescribedThenRefusedForItsDepth) {
 TEST_F(LoadInputImageTest, AlphaChannelsAreRefusedBeforeTheDepth) {
   EXPECT_EQ(FailureOf(Write("a.png", cv::Mat(2, 2, CV_8UC4, cv::Scalar(1, 2, 3, 4)))),
             "Unsupported number of image channels: 4");
+}
+
+// A TIFF of 2 x 1 pixels in as many directories as there are pages.
+std::string PagedTiff(int pages) {
+  const test::TiffImage image{.width = 2, .height = 1};
+  test::TiffBuilder first = test::BuildTiffImage(image, {"ab"});
+  const std::size_t size = first.Build().size();
+  std::string bytes;
+  for (int page = 0; page < pages; ++page) {
+    const bool isLast = page + 1 == pages;
+    // Each directory lies where its file's would, so its offsets point into the first one.
+    const std::size_t next = (static_cast<std::size_t>(page) + 1) * size + 8;
+    bytes += first.SetNextDirectory(isLast ? 0 : next).Build();
+  }
+  return bytes;
+}
+
+TEST_F(LoadInputImageTest, FurtherPagesAreLeftAloneWithOneWarning) {
+  for (const auto& [pages, left] : {std::pair(2, "1"), {4, "3"}}) {
+    records_.str("");
+    test::WriteFileBytes(folder_ / "a.tif", PagedTiff(pages));
+    Load(folder_ / "a.tif");
+    EXPECT_THAT(records_.str(),
+                HasSubstr("Warning [output_fidelity]: The file holds " + std::to_string(pages) +
+                          " images. Only the first is processed; further images left alone: " +
+                          left + ".\n"));
+  }
+  records_.str("");
+  test::WriteFileBytes(folder_ / "a.tif", PagedTiff(1));
+  Load(folder_ / "a.tif");
+  EXPECT_THAT(records_.str(), Not(HasSubstr("output_fidelity")));
+}
+
+struct Refused {
+  test::TiffImage image;
+  std::string format;
+  std::string message;
+};
+
+TEST_F(LoadInputImageTest, TiffsThatAreRefusedAreDescribedFirst) {
+  const std::string depth =
+      "Unsupported image bit depth. Only 8-bit and 16-bit integer inputs are supported.";
+  const std::string channels = "Unsupported number of image channels: ";
+  for (const Refused& refused : {
+           Refused{{.width = 4, .height = 1, .bitsPerSample = 12}, "uint12", depth},
+           Refused{{.width = 4, .height = 1, .bitsPerSample = 32}, "uint32", depth},
+           Refused{
+               {.width = 4, .height = 1, .bitsPerSample = 16, .sampleFormat = 3}, "float16", depth},
+           Refused{
+               {.width = 4, .height = 1, .bitsPerSample = 64, .sampleFormat = 3}, "float64", depth},
+           Refused{{.width = 4, .height = 1, .samplesPerPixel = 2}, "uint8", channels + "2"},
+           Refused{{.width = 4, .height = 1, .samplesPerPixel = 3}, "uint8", channels + "3"},
+       }) {
+    records_.str("");
+    test::WriteFileBytes(folder_ / "a.tif",
+                         test::BuildTiffImage(refused.image, {std::string(64, 'x')}).Build());
+    EXPECT_EQ(FailureOf(folder_ / "a.tif"), refused.message);
+    EXPECT_THAT(records_.str(),
+                HasSubstr("Info [input_format]: format=TIFF stored=" + refused.format +
+                          " width=4 height=1 channels=" +
+                          std::to_string(refused.image.samplesPerPixel) + "\nInfo [input_range]"));
+    EXPECT_THAT(records_.str(), HasSubstr("Info [input_conversion]: "));
+  }
+}
+
+TEST_F(LoadInputImageTest, NothingOfDecodersReachesStandardError) {
+  const std::string path = Write("a.png", cv::Mat::zeros(40, 60, CV_16UC3));
+  const std::string whole = test::ReadFileBytes(path);
+  test::WriteFileBytes(path, whole.substr(0, whole.size() / 2));
+  const test::StandardErrorFile standardError;
+  EXPECT_THAT(FailureOf(path), HasSubstr("Unable to read input image: "));
+  EXPECT_EQ(standardError.Text(), "");
 }
 
 TEST_F(LoadInputImageTest, MissingFile) {
@@ -194,7 +267,7 @@ TEST_F(LoadInputImageTest, FitsSuffixInCapitalsGoesToTheFitsReader) {
   EXPECT_THAT(FailureOf(path), HasSubstr("Opening failed for FITS image " + path));
 }
 
-TEST_F(LoadInputImageTest, FzSuffixGoesToTheDisplayReader) {
+TEST_F(LoadInputImageTest, FzSuffixGoesToTheRasterReader) {
   const std::string path = folder_ / "image.fz";
   std::ofstream(path) << "no image";
   EXPECT_THAT(FailureOf(path), HasSubstr("Unable to read input image: "));

@@ -32,6 +32,10 @@ class OutputPathsTest : public testing::Test {
     return options;
   }
 
+  static void RequireWritable(const RunOptions& options) {
+    RequireWritableOutputs(options, io::SourceImageInfo(), {600, 500});
+  }
+
   template <typename Check>
   static std::string FailureOf(Check check, const RunOptions& options) {
     try {
@@ -65,7 +69,7 @@ TEST_F(OutputPathsTest, TheSameFileUnderAnotherNameIsRefused) {
 }
 
 TEST_F(OutputPathsTest, WritableTargetsLeaveNothingBehind) {
-  EXPECT_NO_THROW(RequireWritableOutputs(Options("a.tif", "b.png", "c.fits")));
+  EXPECT_NO_THROW(RequireWritable(Options("a.tif", "b.png", "c.fits")));
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 0);
 }
 
@@ -73,23 +77,23 @@ TEST_F(OutputPathsTest, AFolderInTheWayIsFoundForEveryOutput) {
   fs::create_directory(folder_ / "d.tif");
   const std::string expected =
       "Unable to write output image: " + (folder_ / "d.tif").string() + " (not a regular file)";
-  EXPECT_EQ(FailureOf(RequireWritableOutputs, Options("d.tif")), expected);
-  EXPECT_EQ(FailureOf(RequireWritableOutputs, Options("a.tif", "d.tif")), expected);
-  EXPECT_EQ(FailureOf(RequireWritableOutputs, Options("a.tif", "", "d.tif")), expected);
+  EXPECT_EQ(FailureOf(RequireWritable, Options("d.tif")), expected);
+  EXPECT_EQ(FailureOf(RequireWritable, Options("a.tif", "d.tif")), expected);
+  EXPECT_EQ(FailureOf(RequireWritable, Options("a.tif", "", "d.tif")), expected);
 }
 
 TEST_F(OutputPathsTest, AMissingFolderIsNamedWithItsReason) {
-  EXPECT_EQ(FailureOf(RequireWritableOutputs, Options("no/a.png")),
+  EXPECT_EQ(FailureOf(RequireWritable, Options("no/a.png")),
             "Unable to write output image: " + (folder_ / "no/a.png").string() +
                 " (No such file or directory)");
 }
 
 TEST_F(OutputPathsTest, FitsTargetsHaveTheirOwnTexts) {
   fs::create_directory(folder_ / "d.fits");
-  EXPECT_EQ(FailureOf(RequireWritableOutputs, Options("d.fits")),
+  EXPECT_EQ(FailureOf(RequireWritable, Options("d.fits")),
             "Unable to replace FITS output path: " + (folder_ / "d.fits").string() +
                 " (not a regular file)");
-  EXPECT_EQ(FailureOf(RequireWritableOutputs, Options("no/a.fits.gz")),
+  EXPECT_EQ(FailureOf(RequireWritable, Options("no/a.fits.gz")),
             "Creating image failed for FITS image " + (folder_ / "no/a.fits.gz").string() +
                 ": No such file or directory");
 }
@@ -97,11 +101,21 @@ TEST_F(OutputPathsTest, FitsTargetsHaveTheirOwnTexts) {
 TEST_F(OutputPathsTest, AShortPathIsOutOfRange) {
   RunOptions options;
   options.outputPath = "abc";
-  EXPECT_THROW(RequireWritableOutputs(options), std::out_of_range);
+  EXPECT_THROW(RequireWritable(options), std::out_of_range);
 }
 
 TEST_F(OutputPathsTest, AnUnknownExtensionIsOpenCvsOwnError) {
-  EXPECT_THROW(RequireWritableOutputs(Options("a.unknown")), cv::Exception);
+  EXPECT_THROW(RequireWritable(Options("a.unknown")), cv::Exception);
+}
+
+TEST_F(OutputPathsTest, MoreThanAFormatCanHoldIsRefusedBeforeTheRun) {
+  const auto check = [](const RunOptions& options) {
+    RequireWritableOutputs(options, io::SourceImageInfo(), {70'000, 512});
+  };
+  EXPECT_EQ(FailureOf(check, Options("a.tif", "b.jpg")),
+            "Unable to write output image: " + (folder_ / "b.jpg").string() +
+                " (JPEG holds at most 65500 pixels a side; choose TIFF or FITS)");
+  EXPECT_EQ(FailureOf(check, Options("a.tif", "b.png", "c.fits")), "no failure");
 }
 
 }  // namespace

@@ -25,7 +25,16 @@ TEST(JsonString, OtherControlBytesAreFourLowerCaseHexDigits) {
 }
 
 TEST(JsonString, BytesFrom32OnAreCopied) {
-  EXPECT_EQ(Literal(" /\x7f\x80\xff\xc3\xa9"), "\" /\x7f\x80\xff\xc3\xa9\"");
+  EXPECT_EQ(Literal(" /\x7f\xc3\xa9\xf0\x9f\x90\xbe"), "\" /\x7f\xc3\xa9\xf0\x9f\x90\xbe\"");
+}
+
+TEST(JsonString, BytesThatAreNoUtf8AreReplaced) {
+  EXPECT_EQ(nlohmann::json::parse(Literal("\xb5m \xff")).get<std::string>(),
+            "\xef\xbf\xbdm \xef\xbf\xbd");
+}
+
+TEST(JsonString, TextForPeopleKeepsEveryByteFrom32On) {
+  EXPECT_EQ(EscapeForDisplay("\xb5m\x80"), "\xb5m\x80");
 }
 
 TEST(JsonString, StreamFormattingNeitherChangesTheLiteralNorIsChanged) {

@@ -1,6 +1,8 @@
 #include "common/Platform.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -48,6 +50,48 @@ TEST(Platform, CudaProviderLibraryIsLookedForBesideTheExecutable) {
   std::ofstream(library).put('x');
   EXPECT_TRUE(IsCudaProviderLibraryPresent());
   fs::remove(library);
+}
+
+// Restricts the calling thread to the first processors of its affinity mask while it lives.
+class Affinity {
+ public:
+  explicit Affinity(int processors) {
+    CPU_ZERO(&before_);
+    sched_getaffinity(0, sizeof(before_), &before_);
+    cpu_set_t fewer;
+    CPU_ZERO(&fewer);
+    for (std::size_t processor = 0; CPU_COUNT(&fewer) < processors && processor < CPU_SETSIZE;
+         ++processor) {
+      if (CPU_ISSET(processor, &before_)) {
+        CPU_SET(processor, &fewer);
+      }
+    }
+    sched_setaffinity(0, sizeof(fewer), &fewer);
+  }
+  ~Affinity() { sched_setaffinity(0, sizeof(before_), &before_); }
+  Affinity(const Affinity&) = delete;
+  Affinity& operator=(const Affinity&) = delete;
+
+  [[nodiscard]] int Before() const { return CPU_COUNT(&before_); }
+
+ private:
+  cpu_set_t before_{};
+};
+
+TEST(Platform, AProcessThatMayUseOneProcessorOfSeveralIsRestrictedToOne) {
+  const Affinity affinity(1);
+  if (affinity.Before() < 2) {
+    GTEST_SKIP() << "this test may use one processor only";
+  }
+  EXPECT_EQ(RestrictedProcessorCount(), 1);
+}
+
+TEST(Platform, AProcessThatMayUseEveryProcessorIsNotRestricted) {
+  const Affinity affinity(CPU_SETSIZE);
+  if (affinity.Before() < sysconf(_SC_NPROCESSORS_ONLN)) {
+    GTEST_SKIP() << "this test may not use every processor";
+  }
+  EXPECT_EQ(RestrictedProcessorCount(), 0);
 }
 
 TEST(LoadedModule, FindsAnExportOfTheModuleThatHoldsAnAddress) {

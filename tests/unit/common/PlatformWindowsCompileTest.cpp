@@ -10,6 +10,7 @@ int main() {
   std::printf("current directory: %s\n", CurrentDirectory().value_or("unavailable").c_str());
   std::printf("%s: %s\n", CudaProviderLibraryName(),
               IsCudaProviderLibraryPresent() ? "present" : "absent");
+  std::printf("restricted to processors: %d\n", RestrictedProcessorCount());
 
   const auto module = LoadedModule::FromAddress(reinterpret_cast<const void*>(&std::printf));
   const bool found = module && module->FindExport("printf") != nullptr;

@@ -52,9 +52,6 @@ LinearChannelStats SortedStatistics(const cv::Mat& source, int channel, double d
   for (int r = 0; r < source.rows; ++r) {
     for (int c = 0; c < source.cols; ++c) {
       const double x = SampleAt(source, r, c, channel);
-      stats.minimum = std::min(stats.minimum, x);
-      stats.maximum = std::max(stats.maximum, x);
-      stats.belowZero += x / divisor < 0 ? 1 : 0;
       stats.aboveOne += x / divisor > 1 ? 1 : 0;
       working.push_back(x / divisor > 1 ? 1.0 : x / divisor);
     }
@@ -82,9 +79,6 @@ void ExpectEqualStatistics(const LinearChannelStats& found, const LinearChannelS
   EXPECT_EQ(found.shadows, expected.shadows);
   EXPECT_NEAR(found.midtones, expected.midtones, 1e-15);
   EXPECT_EQ(found.constant, expected.constant);
-  EXPECT_EQ(found.minimum, expected.minimum);
-  EXPECT_EQ(found.maximum, expected.maximum);
-  EXPECT_EQ(found.belowZero, expected.belowZero);
   EXPECT_EQ(found.aboveOne, expected.aboveOne);
   EXPECT_EQ(found.atOrBelowShadows, expected.atOrBelowShadows);
 }
@@ -103,9 +97,6 @@ TEST(FixedLinearMtf, MeasuresAHandWorkedChannel) {
   // 0.75 * 0.225 / (0.5 * 0.225 + 0.25)
   EXPECT_NEAR(stats.midtones, 0.16875 / 0.3625, 1e-15);
   EXPECT_FALSE(stats.constant);
-  EXPECT_EQ(stats.minimum, -20.0);
-  EXPECT_EQ(stats.maximum, 500.0);
-  EXPECT_EQ(stats.belowZero, 1U);
   EXPECT_EQ(stats.aboveOne, 1U);
   EXPECT_EQ(stats.atOrBelowShadows, 1U);
 }
@@ -194,19 +185,15 @@ TEST(FixedLinearMtf, AConstantChannelIsStretchedToZeroAndComesBack) {
       stretched.at<cv::Vec3f>(r, c)[1] = std::numeric_limits<float>::quiet_NaN();
     }
   }
-  for (const bool restore : {false, true}) {
-    const cv::Mat result = mtf.InvertLinearPrediction(stretched, restore);
-    EXPECT_EQ(SampleAt(result, 3, 4, 1), 0.0);
-    EXPECT_EQ(SampleAt(result, 7, 7, 1), 0.0);
-  }
+  const cv::Mat result = mtf.InvertLinearPrediction(stretched);
+  EXPECT_EQ(SampleAt(result, 3, 4, 1), 0.0);
+  EXPECT_EQ(SampleAt(result, 7, 7, 1), 0.0);
 }
 
 TEST(FixedLinearMtf, AChannelThatTheCapMakesEqualIsConstant) {
   const cv::Mat source = (cv::Mat_<double>(1, 3) << 1.5, 1.0, 7.0);
   const LinearChannelStats stats = Prepare(source).Channels()[0];
   EXPECT_TRUE(stats.constant);
-  EXPECT_EQ(stats.minimum, 1.0);
-  EXPECT_EQ(stats.maximum, 7.0);
   EXPECT_EQ(stats.aboveOne, 2U);
 }
 
@@ -219,7 +206,7 @@ TEST(FixedLinearMtf, ASampleAtTheShadowsPointCountsAsClipped) {
 TEST(FixedLinearMtf, IdentityPredictionReturnsTheWorkingImage) {
   const cv::Mat source = MakeLinearImage({40, 30}, 3, 7);
   const FixedLinearMtf mtf = Prepare(source);
-  const cv::Mat result = mtf.InvertLinearPrediction(mtf.Stretch(), true);
+  const cv::Mat result = mtf.InvertLinearPrediction(mtf.Stretch());
   ASSERT_EQ(result.type(), CV_64FC3);
   for (int r = 0; r < source.rows; ++r) {
     for (int c = 0; c < source.cols; ++c) {
@@ -242,15 +229,7 @@ TEST(FixedLinearMtf, IdentityPredictionReturnsTheWorkingImage) {
 TEST(FixedLinearMtf, NegativeSamplesSurviveTheRoundTrip) {
   const cv::Mat source = (cv::Mat_<double>(1, 5) << -0.75, 0.09, 0.1, 0.11, 0.12);
   const FixedLinearMtf mtf = Prepare(source);
-  EXPECT_EQ(mtf.Channels()[0].belowZero, 1U);
-  EXPECT_EQ(SampleAt(mtf.InvertLinearPrediction(mtf.Stretch(), true), 0, 0, 0), -0.75);
-}
-
-TEST(FixedLinearMtf, WithoutRestorationClippedSamplesReturnAtTheShadowsPoint) {
-  const cv::Mat source = (cv::Mat_<double>(1, 5) << -0.75, 0.09, 0.1, 0.11, 0.12);
-  const FixedLinearMtf mtf = Prepare(source);
-  EXPECT_EQ(SampleAt(mtf.InvertLinearPrediction(mtf.Stretch(), false), 0, 0, 0),
-            mtf.Channels()[0].shadows);
+  EXPECT_EQ(SampleAt(mtf.InvertLinearPrediction(mtf.Stretch()), 0, 0, 0), -0.75);
 }
 
 TEST(FixedLinearMtf, PredictionsInDoublePrecisionAreInvertedExactly) {
@@ -259,7 +238,7 @@ TEST(FixedLinearMtf, PredictionsInDoublePrecisionAreInvertedExactly) {
   const LinearChannelStats& stats = mtf.Channels()[0];
   const cv::Mat prediction = (cv::Mat_<double>(1, 5) << 0.1, 0.2, 0.3, 0.4, 2.0);
   const cv::Mat before = prediction.clone();
-  const cv::Mat result = mtf.InvertLinearPrediction(prediction, false);
+  const cv::Mat result = mtf.InvertLinearPrediction(prediction);
   for (int c = 0; c < 4; ++c) {
     EXPECT_EQ(SampleAt(result, 0, c, 0),
               MtfInverse(stats.midtones, SampleAt(prediction, 0, c, 0)) + stats.shadows);
@@ -281,6 +260,40 @@ TEST(FixedLinearMtf, RestoresWorkingSamplesOfClippedAndConstantOnes) {
     EXPECT_EQ(image.at<cv::Vec3d>(0, c), cv::Vec3d(c == 0 ? 0.0 : 9.0, 0.7, c == 4 ? 0.0 : 9.0))
         << c;
   }
+}
+
+TEST(RestoreSamples, CountsWhatComesBackInEachChannel) {
+  // Shadows at 0.25 in both kinds of channel; the third is constant.
+  std::vector<LinearChannelStats> channels(3);
+  for (LinearChannelStats& channel : channels) {
+    channel.shadows = 0.25;
+  }
+  channels[2].constant = true;
+  const cv::Mat source = (cv::Mat_<cv::Vec3d>(1, 3) << cv::Vec3d(0.25, 0.3, 0.2),
+                          cv::Vec3d(-1.0, 0.26, 0.5), cv::Vec3d(0.26, 0.0, 0.75));
+  cv::Mat image(1, 3, CV_64FC3, cv::Scalar::all(9.0));
+  const std::vector<RestoredSamples> restored = RestoreSamples(source, channels, image);
+  const cv::Mat expected = (cv::Mat_<cv::Vec3d>(1, 3) << cv::Vec3d(0.25, 9.0, 0.2),
+                            cv::Vec3d(-1.0, 9.0, 0.5), cv::Vec3d(9.0, 0.0, 0.75));
+  EXPECT_TRUE(AreEqual(image, expected));
+  ASSERT_EQ(restored.size(), 3U);
+  EXPECT_EQ(restored[0].inShadows, 2U);
+  EXPECT_EQ(restored[0].alsoConstant, 0U);
+  EXPECT_EQ(restored[1].inShadows, 1U);
+  EXPECT_EQ(restored[1].alsoConstant, 0U);
+  EXPECT_EQ(restored[2].inShadows, 1U);
+  EXPECT_EQ(restored[2].alsoConstant, 2U);
+}
+
+TEST(RestoreSamples, AGreySourceTakesTheFirstRecord) {
+  std::vector<LinearChannelStats> channels(3);
+  channels[0].shadows = 0.25;
+  const cv::Mat source = (cv::Mat_<double>(2, 1) << 0.125, 0.5);
+  cv::Mat image(2, 1, CV_64FC1, cv::Scalar(9.0));
+  const std::vector<RestoredSamples> restored = RestoreSamples(source, channels, image);
+  EXPECT_TRUE(AreEqual(image, (cv::Mat_<double>(2, 1) << 0.125, 9.0)));
+  ASSERT_EQ(restored.size(), 1U);
+  EXPECT_EQ(restored[0].inShadows, 1U);
 }
 
 void ExpectRefused(const cv::Mat& source, double divisor, double clipping, double target,
@@ -375,7 +388,7 @@ TEST(FixedLinearMtf, RefusesPredictionsOfAnotherShape) {
   const FixedLinearMtf mtf = Prepare(MakeLinearImage({6, 5}, 3, 8));
   for (const cv::Mat& prediction :
        {cv::Mat(), cv::Mat(5, 5, CV_32FC3), cv::Mat(5, 6, CV_32FC1), cv::Mat(5, 6, CV_8UC3)}) {
-    ExpectThrows<std::invalid_argument>([&] { (void)mtf.InvertLinearPrediction(prediction, true); },
+    ExpectThrows<std::invalid_argument>([&] { (void)mtf.InvertLinearPrediction(prediction); },
                                         "Linear MTF prediction does not match the prepared image.");
   }
 }
@@ -387,9 +400,8 @@ TEST(FixedLinearMtf, RefusesPredictionsThatAreNotFinite) {
       cv::Mat prediction;
       mtf.Stretch().convertTo(prediction, depth);
       prediction.col(2).row(3).setTo(cv::Scalar(0.5, bad, 0.5));
-      ExpectThrows<std::invalid_argument>(
-          [&] { (void)mtf.InvertLinearPrediction(prediction, true); },
-          "Linear MTF inference returned a non-finite sample.");
+      ExpectThrows<std::invalid_argument>([&] { (void)mtf.InvertLinearPrediction(prediction); },
+                                          "Linear MTF inference returned a non-finite sample.");
     }
   }
 }

@@ -81,6 +81,12 @@ TEST(ChannelMedian, AddsTheMiddlePairInDoublePrecision) {
   EXPECT_EQ(ChannelMedian(values), double{largest});
 }
 
+TEST(ChannelMedian, HoldsTheSumOfLargeDoubles) {
+  const double largest = std::numeric_limits<double>::max();
+  std::vector<double> values = {largest, largest};
+  EXPECT_EQ(ChannelMedian(values), largest);
+}
+
 TEST(ChannelMedian, EqualsTheSortedMedianOfRandomValues) {
   for (int count = 1; count <= 200; ++count) {
     const cv::Mat noise = MakeNoise({count, 1}, CV_32FC1, static_cast<unsigned>(count), -1.0, 1.0);

@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(FullWindow, PatternBlend,
 // visited.
 cv::Mat AddUpInFloat32(const cv::Mat& image, int window, int stride) {
   const TileGeometry geometry = ComputeTileGeometry(image.cols, image.rows, window, stride);
-  const KeptSquare kept = ComputeKeptSquare(geometry);
+  const BlendRegion region = ComputeBlendRegion(geometry);
   cv::Mat sum(image.size(), CV_32FC3, cv::Scalar::all(0.0));
   for (int tileX = 0; tileX <= geometry.LastTileX(); tileX += stride) {
     for (int tileY = 0; tileY <= geometry.LastTileY(); tileY += stride) {
@@ -141,12 +141,13 @@ cv::Mat AddUpInFloat32(const cv::Mat& image, int window, int stride) {
         for (int c = 0; c < image.cols; ++c) {
           const int row = r + geometry.margin - tileY;
           const int column = c + geometry.margin - tileX;
-          const int end = kept.start + kept.side;
-          if (row < kept.start || row >= end || column < kept.start || column >= end) {
+          const int end = region.start + region.side;
+          if (row < region.start || row >= end || column < region.start || column >= end) {
             continue;
           }
-          const auto weight =
-              static_cast<float>(TileBlendWeight(geometry, tileX, tileY, column, row));
+          const auto weight = static_cast<float>(
+              TileBlendWeight(geometry, tileX == 0, tileX == geometry.LastTileX(), column) *
+              TileBlendWeight(geometry, tileY == 0, tileY == geometry.LastTileY(), row));
           for (int k = 0; k < 3; ++k) {
             const float weighted = image.at<cv::Vec3f>(r, c)[k] * weight;
             sum.at<cv::Vec3f>(r, c)[k] += weighted;
@@ -403,7 +404,7 @@ TEST_F(RefusedOutput, NonFiniteSamplesAnywhere) {
   }
 }
 
-TEST(RunTiledInference, NonFiniteSamplesOutsideTheKeptSquareAreRefusedToo) {
+TEST(RunTiledInference, NonFiniteSamplesOutsideTheBlendRegionAreRefusedToo) {
   ExpectThrows<std::runtime_error>(
       [] {
         RunTiledInference(MakeNoise({16, 16}, CV_32FC3, 1), 16, 2, nullptr,
@@ -423,13 +424,12 @@ TEST(RunTiledInference, TheLargestFiniteSamplesPass) {
   EXPECT_TRUE(AreEqual(RunIdentity(image, 16, 16), image));
 }
 
-TEST(AddTiledInference, PutsTheResultWhereTheCallerWantsIt) {
+TEST(RunTiledInference, PutsTheResultWhereTheCallerWantsIt) {
   const cv::Mat image = MakeNoise({40, 33}, CV_32FC3, 4);
-  cv::Mat sum(image.size(), CV_32FC3, cv::Scalar::all(0.0));
-  const uchar* memory = sum.data;
-  AddTiledInference(image, 16, 8, nullptr, Identity, sum);
-  EXPECT_EQ(sum.data, memory);
-  EXPECT_TRUE(AreEqual(sum, RunTiledInference(image, 16, 8, nullptr, Identity)));
+  const cv::Mat place(image.size(), CV_32FC3, cv::Scalar::all(0.0));
+  const cv::Mat result = RunTiledInference(image, 16, 8, nullptr, Identity, place);
+  EXPECT_EQ(result.data, place.data);
+  EXPECT_TRUE(AreEqual(place, RunIdentity(image, 16, 8)));
 }
 
 TEST(RunTiledInference, AcceptsOutputsThatArePartOfALargerMatrix) {

@@ -1,0 +1,74 @@
+#include "cli/LinearRecords.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace project_lumen::cli {
+namespace {
+
+class LinearRecords : public testing::Test {
+ protected:
+  std::ostringstream records_;
+  DiagnosticsSink sink_{false, false, records_};
+};
+
+core::LinearChannelStats Channel(double median, double mad, double shadows, double midtones) {
+  core::LinearChannelStats channel;
+  channel.median = median;
+  channel.normalizedMad = mad;
+  channel.shadows = shadows;
+  channel.midtones = midtones;
+  return channel;
+}
+
+TEST_F(LinearRecords, SayWhenTheRunIsNotLinear) {
+  EmitNotLinear(sink_);
+  EXPECT_EQ(records_.str(),
+            "Info [linear_mtf]: disabled; no automatic stretch or inverse transform\n");
+}
+
+TEST_F(LinearRecords, SamplesAboveOneAreADataLoss) {
+  RangeStatistics range;
+  for (const double sample : {0.25, 0.5, 0.75, 1.5}) {
+    range.Add(sample, 1.0);
+  }
+  EmitClippedBeforeMtf(sink_, range);
+  EXPECT_EQ(records_.str(),
+            "Warning [data_loss]: Pre-MTF working-grid samples above 1 are clipped. "
+            "scalar_samples=4 finite=4 nonfinite=0 physical_range=[0.25,1.5] "
+            "type_normalized_range=[0.25,1.5] below_zero=0 (0%) above_one=1 (25%)\n");
+}
+
+TEST_F(LinearRecords, EachChannelHasItsTransferWithSeventeenDigits) {
+  core::LinearChannelStats flat = Channel(0.5, 0.0, 0.0, 0.75);
+  flat.constant = true;
+  core::LinearChannelStats sky = Channel(0.375, 0.1, 0.0625, 0.5);
+  sky.atOrBelowShadows = 12;
+  EmitLinearTransfer(sink_, {sky, flat}, {.shadowsClipping = -2.8, .targetBackground = 0.25},
+                     1000.0);
+  EXPECT_EQ(records_.str(),
+            "Info [linear_mtf]: channel=1 median=0.375 normalized_MAD=0.10000000000000001 "
+            "shadows=0.0625 physical_shadows=62.5 midtones=0.5 "
+            "shadows_multiplier=-2.7999999999999998 target_background=0.25 "
+            "working_grid_clipped=12 constant=0; MTF/inverse=float64; inference=float32\n"
+            "Info [linear_mtf]: channel=2 median=0.5 normalized_MAD=0 shadows=0 "
+            "physical_shadows=0 midtones=0.75 shadows_multiplier=-2.7999999999999998 "
+            "target_background=0.25 working_grid_clipped=0 constant=1; MTF/inverse=float64; "
+            "inference=float32\n");
+}
+
+TEST_F(LinearRecords, EachChannelOfTheSourceSaysWhatCameBack) {
+  EmitShadowRestoration(sink_,
+                        {{.inShadows = 2, .alsoConstant = 0}, {.inShadows = 1, .alsoConstant = 6}});
+  EXPECT_EQ(records_.str(),
+            "Info [shadow_restoration]: final_source_grid channel=1 restored_shadow_samples=2 "
+            "additional_constant_samples=0\n"
+            "Info [shadow_restoration]: final_source_grid channel=2 restored_shadow_samples=1 "
+            "additional_constant_samples=6\n");
+}
+
+}  // namespace
+}  // namespace project_lumen::cli
