@@ -6,7 +6,9 @@
 #include <optional>
 #include <string_view>
 
+#include "io/files/ByteOrder.h"
 #include "io/files/DecodedSize.h"
+#include "io/tiff/WebpSize.h"
 
 namespace project_lumen::io {
 namespace {
@@ -20,22 +22,6 @@ struct Size {
 
 std::string_view TextOf(Bytes file) {
   return {reinterpret_cast<const char*>(file.data()), file.size()};
-}
-
-std::uint64_t LittleEndian(Bytes file, std::size_t offset, std::size_t count) {
-  std::uint64_t value = 0;
-  for (std::size_t i = count; i-- > 0;) {
-    value = value << 8U | file[offset + i];
-  }
-  return value;
-}
-
-std::uint64_t BigEndian(Bytes file, std::size_t offset, std::size_t count) {
-  std::uint64_t value = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    value = value << 8U | file[offset + i];
-  }
-  return value;
 }
 
 // PNG specification, sections 5.2 and 11.2.2: the signature is followed by the IHDR chunk.
@@ -92,24 +78,6 @@ std::optional<Size> SizeOfBmp(Bytes file) {
               static_cast<std::uint64_t>(height < 0 ? -std::int64_t{height} : height)};
 }
 
-// RFC 9649, sections 2.5 to 2.7.
-std::optional<Size> SizeOfWebp(Bytes file) {
-  constexpr std::size_t kChunk = 12;
-  constexpr std::size_t kLongestHeader = 30;
-  if (file.size() < kLongestHeader) {
-    return std::nullopt;
-  }
-  const std::string_view chunk = TextOf(file).substr(kChunk, 4);
-  if (chunk == "VP8X") {
-    return Size{LittleEndian(file, 24, 3) + 1, LittleEndian(file, 27, 3) + 1};
-  }
-  if (chunk == "VP8L") {
-    const std::uint64_t bits = LittleEndian(file, 21, 4);
-    return Size{(bits & 0x3FFFU) + 1, (bits >> 14U & 0x3FFFU) + 1};
-  }
-  return Size{LittleEndian(file, 26, 2) & 0x3FFFU, LittleEndian(file, 28, 2) & 0x3FFFU};
-}
-
 // The next number behind blanks and comments, zero when there is none.
 std::uint64_t NextNumber(std::string_view& text) {
   const auto isDigit = [](char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; };
@@ -140,6 +108,11 @@ std::optional<Size> SizeOfNetpbm(Bytes file) {
   text.remove_prefix(2);
   const std::uint64_t width = NextNumber(text);
   return Size{width, NextNumber(text)};
+}
+
+std::optional<Size> SizeOfWebp(Bytes file) {
+  const std::optional<WebpSize> size = ReadWebpSize(file);
+  return size ? std::optional<Size>({size->width, size->height}) : std::nullopt;
 }
 
 std::optional<Size> SizeOfSunRaster(Bytes file) {

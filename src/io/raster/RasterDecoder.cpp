@@ -1,12 +1,12 @@
 #include "io/raster/RasterDecoder.h"
 
 #include <istream>
-#include <new>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <optional>
 #include <streambuf>
 
+#include "common/OutOfMemory.h"
 #include "io/files/WholeFile.h"
 #include "io/raster/ClaimedSize.h"
 #include "io/raster/JpegEnd.h"
@@ -21,11 +21,8 @@ constexpr std::size_t kLargestInMemory = 0x7FFFFFFF;
 template <class Decoder>
 cv::Mat RunDecoder(const Decoder& decoder) {
   try {
-    return decoder();
-  } catch (const cv::Exception& error) {
-    if (error.code == cv::Error::StsNoMem) {
-      throw std::bad_alloc();
-    }
+    return WithBadAlloc(decoder);
+  } catch (const cv::Exception&) {
     return {};
   }
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "common/Assertion.h"
+#include "common/OutOfMemory.h"
 #include "io/files/BufferedFile.h"
 #include "io/files/PathSuffix.h"
 #include "io/files/ReplacedFile.h"
@@ -34,9 +34,13 @@ bool HasLosslessSuffix(const std::string& path) {
   throw std::invalid_argument("Unable to write output image: " + path + " (" + reason + ")");
 }
 
-void ThrowIfOutOfMemory(const cv::Exception& error) {
-  if (error.code == cv::Error::StsNoMem) {
-    throw std::bad_alloc();
+// What OpenCV says of its success; its own errors mean none.
+template <class Work>
+bool Succeeds(Work work) {
+  try {
+    return WithBadAlloc(work);
+  } catch (const cv::Exception&) {
+    return false;
   }
 }
 
@@ -51,12 +55,7 @@ std::size_t LargestEncodedSize(const cv::Mat& image) {
 std::vector<std::uint8_t> Encode(const std::string& path, const cv::Mat& image) {
   std::vector<std::uint8_t> bytes;
   bytes.reserve(LargestEncodedSize(image));
-  bool isEncoded = false;
-  try {
-    isEncoded = cv::imencode(path, image, bytes);
-  } catch (const cv::Exception& error) {
-    ThrowIfOutOfMemory(error);
-  }
+  const bool isEncoded = Succeeds([&] { return cv::imencode(path, image, bytes); });
   if (!isEncoded || bytes.empty()) {
     FailToWrite(path);
   }
@@ -123,13 +122,10 @@ bool IsEncodedIntoFiles(const std::string& path) {
 // Read back, since an encoder does not notice that the disk is full.
 void EncodeIntoFile(const std::string& temporaryPath, const cv::Mat& image,
                     const std::string& path) {
-  bool isWhole = false;
-  try {
-    isWhole = cv::imwrite(temporaryPath, image) &&
-              cv::imread(temporaryPath, cv::IMREAD_UNCHANGED).size() == image.size();
-  } catch (const cv::Exception& error) {
-    ThrowIfOutOfMemory(error);
-  }
+  const bool isWhole = Succeeds([&] {
+    return cv::imwrite(temporaryPath, image) &&
+           cv::imread(temporaryPath, cv::IMREAD_UNCHANGED).size() == image.size();
+  });
   if (!isWhole) {
     FailToWrite(path);
   }

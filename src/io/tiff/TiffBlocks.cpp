@@ -3,6 +3,9 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <optional>
+
+#include "io/tiff/WebpSize.h"
 
 namespace project_lumen::io {
 namespace {
@@ -82,7 +85,8 @@ TiffBlockLayout ReadTiffBlockLayout(TiffHandle& file) {
 TiffBlockDecoder::TiffBlockDecoder(TiffHandle& file)
     : file_(file),
       layout_(ReadTiffBlockLayout(file)),
-      isInflatedHere_(IsDeflated(file.Get()) && CanInflate(file.Get())) {}
+      isInflatedHere_(IsDeflated(file.Get()) && CanInflate(file.Get())),
+      isWebp_(Field(file.Get(), TIFFTAG_COMPRESSION) == COMPRESSION_WEBP) {}
 
 bool TiffBlockDecoder::ReadEncoded(std::uint32_t block, std::uint64_t decodedSize) {
   // As in libtiff: no coding needs more, and blocks that share their bytes would be read for hours.
@@ -96,6 +100,15 @@ bool TiffBlockDecoder::ReadEncoded(std::uint32_t block, std::uint64_t decodedSiz
   }
   encoded_.resize(static_cast<std::size_t>(size));
   return file_.ReadBytes(offset, encoded_.data(), size);
+}
+
+// libtiff 4.5 leaves what a smaller image does not reach as the memory was.
+bool TiffBlockDecoder::IsWebpOfSize(std::uint32_t block, std::span<const std::uint8_t> decoded) {
+  if (!ReadEncoded(block, decoded.size())) {
+    return false;
+  }
+  const std::optional<WebpSize> size = ReadWebpSize(encoded_);
+  return size && size->width == layout_.width && size->height * layout_.rowBytes == decoded.size();
 }
 
 void TiffBlockDecoder::Finish(std::span<std::uint8_t> block) {
@@ -133,6 +146,9 @@ bool TiffBlockDecoder::Decode(std::uint32_t column, std::uint32_t row, std::uint
                                               : TIFFComputeStrip(tif, row, sample);
   if (isInflatedHere_) {
     return Inflate(block, into);
+  }
+  if (isWebp_ && !IsWebpOfSize(block, into)) {
+    return false;
   }
   const auto size = static_cast<tmsize_t>(into.size());
   const tmsize_t read = layout_.isTiled ? TIFFReadEncodedTile(tif, block, into.data(), size)

@@ -36,8 +36,9 @@ class TiffBlockDecoder {
   [[nodiscard]] const TiffBlockLayout& Layout() const { return layout_; }
 
   // Decodes the block that holds this pixel of this plane into RowsAt * rowBytes bytes: samples in
-  // the processor's byte order. False when it is damaged or not there. A Deflate stream is checked
-  // with its checksum while it is inflated, which libtiff leaves out.
+  // the processor's byte order. False when it is damaged or not there. What libtiff leaves out is
+  // looked at here: the checksum of a Deflate stream, and whether a WebP stream has the block's
+  // size.
   bool Decode(std::uint32_t column, std::uint32_t row, std::uint32_t plane,
               std::span<std::uint8_t> into);
 
@@ -51,6 +52,7 @@ class TiffBlockDecoder {
 
  private:
   bool ReadEncoded(std::uint32_t block, std::uint64_t decodedSize);
+  bool IsWebpOfSize(std::uint32_t block, std::span<const std::uint8_t> decoded);
   bool Inflate(std::uint32_t block, std::span<std::uint8_t> into);
   void Finish(std::span<std::uint8_t> block);
 
@@ -59,6 +61,7 @@ class TiffBlockDecoder {
   Inflater inflater_;
   std::vector<std::uint8_t> encoded_;
   bool isInflatedHere_ = false;
+  bool isWebp_ = false;
 };
 
 }  // namespace project_lumen::io

@@ -6,6 +6,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/ExpectMessage.h"
@@ -779,6 +780,31 @@ TEST(RasterReader, ADamagedStripOfAnyCompressionIsNotTakenForAPicture) {
         .width = 8, .height = 2, .compression = strip.compression, .rowsPerStrip = 1};
     EXPECT_TRUE(Read(BuildTiffImage(tiff, {strip.damaged, strip.sound}).Build()).empty());
     EXPECT_TRUE(Read(BuildTiffImage(tiff, {strip.sound, strip.damaged}).Build()).empty());
+  }
+}
+
+std::string LosslessWebp(int width, int height, const cv::Scalar& bgr) {
+  std::vector<unsigned char> bytes;
+  const cv::Mat image(height, width, CV_8UC3, bgr);
+  cv::imencode(".webp", image, bytes, {cv::IMWRITE_WEBP_QUALITY, 101});  // above 100: lossless
+  return {bytes.begin(), bytes.end()};
+}
+
+TEST(RasterReader, AWebpStripHasTheSizeOfItsStrip) {
+  const TiffImage tiff{.width = 16,
+                       .height = 12,
+                       .compression = 50001,
+                       .photometric = 2,
+                       .samplesPerPixel = 3,
+                       .rowsPerStrip = 8};
+  const cv::Scalar bgr(20, 90, 200);
+  const std::string last = LosslessWebp(16, 4, bgr);
+  ExpectSame(Read(BuildTiffImage(tiff, {LosslessWebp(16, 8, bgr), last}).Build()),
+             cv::Mat(12, 16, CV_8UC3, bgr));
+  for (const auto& [width, height] : {std::pair(6, 8), {17, 8}, {16, 7}, {16, 9}, {8, 16}}) {
+    EXPECT_TRUE(
+        Read(BuildTiffImage(tiff, {LosslessWebp(width, height, bgr), last}).Build()).empty())
+        << width << " x " << height;
   }
 }
 
