@@ -26,11 +26,13 @@ from nebulex_training.evaluation.computed import (
     star_error,
     summary,
 )
+from nebulex_training.evaluation.linear_photographs import is_linear
 from nebulex_training.evaluation.photographs import (
     best_of_photograph,
     find_photographs,
     load_photograph,
     measure_forms,
+    measure_linear,
     measure_photograph,
     typical_measures,
 )
@@ -114,7 +116,7 @@ def main():
         _write_results(options.out, table, results)
     lines, photographs = [], []
     for path, picture in _load_photographs(options.photographs):
-        results[path.name], line = _measure_one(picture, removers, options.forms)
+        results[path.name], line = _measure_one(path, picture, removers, options.forms)
         lines.append(line)
         table += _as_table(path.name, results[path.name])
         write_sheet(options.out / "photographs.png", ["before"] + _names(removers), lines)
@@ -195,13 +197,15 @@ def _load_photographs(places):
         yield path, picture
 
 
-def _measure_one(picture, removers, with_forms):
+def _measure_one(path, picture, removers, with_forms):
     part = crop_of_interest(picture)
     results, line = {}, [picture[part]]
     for remover in removers:
         results[remover.name], result = measure_photograph(remover, picture)
         if with_forms and isinstance(remover, ProgramRemover):
             results[remover.name].update(measure_forms(remover, picture))
+            if is_linear(path):
+                results[remover.name].update(measure_linear(remover, path))
         line.append(result[part])
     results[_BEST] = best_of_photograph(picture)
     return results, line

@@ -9,6 +9,7 @@ import unittest
 
 import cv2
 import numpy as np
+from astropy.io import fits
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
@@ -28,7 +29,9 @@ from nebulex_training.evaluation.photographs import (
     best_of_photograph,
     find_photographs,
     less_chance,
+    load_photograph,
     measure_forms,
+    measure_linear,
     measure_photograph,
     typical_measures,
 )
@@ -268,6 +271,31 @@ class Photographs(unittest.TestCase):
         self.assertAlmostEqual(rows["left, as it is"], 0.0, delta=0.01)
         for form in ("times 0.7", "times 0.5", "lifted by 0.3", "turned", "doubled", "linear"):
             self.assertGreater(rows[f"left, {form}"], 0.8, form)
+
+    def test_a_linear_photograph_is_measured_as_it_is_stored(self):
+        rng = np.random.default_rng(5)
+        planes = 800.0 + rng.normal(0.0, 4.0, (600, 600))
+        rows, columns = np.mgrid[0:600, 0:600]
+        for row, column in ((100, 120), (300, 410), (480, 210)):
+            distance = (rows - row) ** 2 + (columns - column) ** 2
+            planes += 3000.0 * np.exp(-distance / (2.0 * 1.6**2))
+        told = []
+
+        def nothing(picture, linear=False):
+            told.append((linear, float(np.median(picture))))
+            return picture
+
+        def everything(picture, linear=False):
+            return np.where(picture > 900.0 / 65535.0, np.median(picture), picture)
+
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "frame.fits")
+            fits.PrimaryHDU(np.round(planes).astype(np.uint16)).writeto(path)
+            self.assertAlmostEqual(measure_linear(nothing, path)["left, linear as stored"], 1.0)
+            self.assertLess(measure_linear(everything, path)["left, linear as stored"], 0.1)
+            self.assertAlmostEqual(float(np.median(load_photograph(path))), 0.15, places=2)
+        self.assertEqual(told[0][0], True)
+        self.assertAlmostEqual(told[0][1], 800.0 / 65535.0, places=5)
 
     def test_smooth_discs_have_no_texture(self):
         picture, sky = star_field(30)

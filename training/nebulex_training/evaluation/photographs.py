@@ -8,13 +8,12 @@ import sep
 
 from .added_stars import add_stars, knowing_the_truth, rows_of_shares, shares_left
 from .invariance import forms
+from .linear_photographs import Stretch, is_linear, read_planes
 from .program import read_picture
 from .spectra import texture_ratio
 
-_FITS_SUFFIXES = (".fit", ".fits", ".fts")
 _PICTURE_SUFFIXES = (".png", ".tif", ".tiff")
 _PLACES = 4000  # random ones, to see what chance finds
-_MIDDLE_GREY = 0.15  # where the sky of a linear photograph is stretched to
 
 
 def find_photographs(places):
@@ -22,29 +21,16 @@ def find_photographs(places):
     found = []
     for place in map(pathlib.Path, places):
         inside = sorted(place.iterdir()) if place.is_dir() else [place]
-        found += [p for p in inside if p.suffix.lower() in _PICTURE_SUFFIXES + _FITS_SUFFIXES]
+        found += [p for p in inside if p.suffix.lower() in _PICTURE_SUFFIXES or is_linear(p)]
     return found
 
 
 def load_photograph(path):
     """rows x columns x 3 float32 in [0, 1]; a FITS image gets a midtones stretch."""
-    if path.suffix.lower() not in _FITS_SUFFIXES:
+    if not is_linear(path):
         return read_picture(path)
-    from astropy.io import fits
-
-    with fits.open(path) as units:
-        images = [unit.data for unit in units if unit.is_image and unit.data is not None]
-    shape = images[0].shape if images else ()
-    if len(shape) != 2 and (len(shape) != 3 or shape[0] != 3):
-        raise ValueError("it holds no image of one plane or of three")
-    data = np.nan_to_num(images[0].astype(np.float64))
-    planes = data if data.ndim == 3 else np.stack((data,) * 3)
-    low = np.median(planes) - 4.0 * 1.4826 * np.median(np.abs(planes - np.median(planes)))
-    scaled = np.clip((planes - low) / max(np.percentile(planes, 99.95) - low, 1e-12), 0.0, 1.0)
-    level = float(np.clip(np.median(scaled), 1e-4, 0.9))
-    midtones = level * (1.0 - _MIDDLE_GREY) / (level - 2.0 * _MIDDLE_GREY * level + _MIDDLE_GREY)
-    stretched = (midtones - 1.0) * scaled / ((2.0 * midtones - 1.0) * scaled - midtones)
-    return np.ascontiguousarray(stretched.transpose(1, 2, 0)).astype(np.float32)
+    planes, _ = read_planes(path)
+    return Stretch(planes)(planes)
 
 
 class Sources:
@@ -116,6 +102,21 @@ def measure_forms(remove, picture):
     return rows
 
 
+def measure_linear(remove, path):
+    """The share of a linear photograph's sources left, less chance, as it is stored; by name.
+
+    Sources are looked for after the stretch of load_photograph, before and after the same one.
+    """
+    planes, white = read_planes(path)
+    stretch = Stretch(planes)
+    picture = stretch(planes)
+    before = Sources(picture)
+    stored = np.clip(planes / white, 0.0, 1.0).astype(np.float32)
+    after = Sources(stretch(remove(stored, linear=True) * white), before.noise)
+    chance = _share_left_by_chance(before, after, picture.shape, 1)
+    return {"left, linear as stored": less_chance(_share_left(before, after), chance)}
+
+
 def typical_measures(rows):
     """The median over photographs of each measure, over the absolute values where it is signed.
 
@@ -123,7 +124,7 @@ def typical_measures(rows):
     """
     medians = {}
     for name in rows[0]:
-        values = np.abs([each[name] for each in rows])
+        values = np.abs([each.get(name, np.nan) for each in rows])
         known = values[np.isfinite(values)]
         medians[name] = float(np.median(known)) if known.size else float("nan")
     return medians
