@@ -71,8 +71,20 @@ class Plan:
 
 def lock(state):
     """Keeps other runs out of a batch. The kernel lets go of it when this process is gone, however
-    it went."""
+    it went. Raises BatchError where another run has it, or the file system keeps no locks."""
     file = open(state / "lock", "a+", encoding="ascii")  # pylint: disable=consider-using-with
+    try:
+        _take(file, state)
+    except BatchError:
+        file.close()
+        raise
+    file.truncate(0)
+    file.write(f"process {os.getpid()} on {os.uname().nodename}")
+    file.flush()
+    return file
+
+
+def _take(file, state):
     try:
         fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
     except BlockingIOError:
@@ -80,7 +92,8 @@ def lock(state):
         raise BatchError(
             f"Another run is at work on {state.parent} ({file.read().strip()})."
         ) from None
-    file.truncate(0)
-    file.write(f"process {os.getpid()} on {os.uname().nodename}")
-    file.flush()
-    return file
+    except OSError as error:
+        raise BatchError(
+            f"{state.parent} is on a file system without locks ({error.strerror}), which a batch needs. "
+            "Choose another place for the results, or have it mounted with them."
+        ) from None
