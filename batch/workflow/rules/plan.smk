@@ -21,12 +21,22 @@ def make_plan():
     return Plan(configuration.resolve(config, os.getcwd()))
 
 
+def forget_jobs():
+    """Removes the engine's marks of frames that were in jobs when it was killed. From these it would
+    take up a job again, and gives up where a part of the job's frames has begun. Jobs that still run
+    are no harm: a frame that one of them works on is waited for."""
+    for mark in Path(STATE, ".snakemake", "incomplete").rglob("*"):
+        if mark.is_file():
+            mark.unlink(missing_ok=True)
+
+
 if IS_MAIN:
     try:
         PLAN = make_plan()
     except BatchError as error:
         raise WorkflowError(str(error)) from None
     STATE = PLAN.state
+    forget_jobs()
 else:
     STATE = Path(config["out"]).expanduser().absolute() / records.STATE_FOLDER
 
