@@ -21,7 +21,7 @@ BATCH = SOURCE / "batch"
 PROGRAM = pathlib.Path(os.environ["NEBULEX2_PROGRAM"])
 MODELS = pathlib.Path(os.environ["NEBULEX2_TEST_MODELS"])
 PYTHON = sys.executable
-TIMEOUT_S = 120
+TIMEOUT_S = 240
 
 sys.path.insert(0, str(BATCH / "workflow"))
 
@@ -55,14 +55,6 @@ case $name in
 esac
 cat "$input" >"$output" && [ -z "$mask" ] || echo mask >"$mask"
 """
-
-
-def wait_for(condition, what):
-    end = time.monotonic() + TIMEOUT_S / 2
-    while not condition():
-        if time.monotonic() > end:
-            raise TimeoutError(what)
-        time.sleep(0.05)
 
 
 def end_group(process):

@@ -5,7 +5,8 @@ import signal
 import subprocess
 import unittest
 
-from batches import MODELS, PROGRAM, BatchTest, digests, wait_for
+from batches import MODELS, PROGRAM, BatchTest, digests
+from waiting import wait_for
 
 
 class NineFrames(BatchTest):

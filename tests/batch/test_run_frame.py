@@ -7,7 +7,8 @@ import subprocess
 import time
 import unittest
 
-from batches import BATCH, PYTHON, TIMEOUT_S, BatchTest, wait_for
+from batches import BATCH, PYTHON, TIMEOUT_S, BatchTest
+from waiting import wait_for
 
 from nebulex_batch import records
 

@@ -7,45 +7,80 @@ import subprocess
 import time
 import unittest
 
-from batches import BATCH, MODELS, PROGRAM, TIMEOUT_S, BatchTest, digests, end_group, wait_for
+from batches import BATCH, MODELS, PROGRAM, TIMEOUT_S, BatchTest, digests, end_group
+from recipes import BAD, GOOD, RecipeTest, recipe
 from slurm_node import CannotRun, SlurmNode
-
+from waiting import wait_for
 
 FRAMES = ["a.tif", "b.tif", "c.tif", "d.tif", "held.tif"]
 
 
-class SlurmTest(BatchTest):
-    @classmethod
-    def setUpClass(cls):
-        try:
-            SlurmNode.check()
-        except CannotRun as reason:
-            raise unittest.SkipTest(f"Slurm cannot run here: {reason}") from None
-        cls.node = SlurmNode()
-        cls.addClassCleanup(cls.node.stop)
-        cls.node.start()
+def start_slurm(test):
+    """A Slurm until the test ends. Skips the test where its daemons may not run."""
+    try:
+        node = SlurmNode()
+    except CannotRun as reason:
+        test.skipTest(f"Slurm cannot run here: {reason}")
+    test.addCleanup(node.stop)
+    node.start()
+    return node
 
-    def snakemake(self, *words, config=(), group=3):
+
+class ArrayTest(RecipeTest):
+    """The guide's loop for an sbatch array."""
+
+    def setUp(self):
+        super().setUp()
+        self.node = start_slurm(self)
+        self.environment = {**self.node.environment, "PATH": self.environment["PATH"]}
+
+    def run_loop(self, script):
+        before = len(self.node.jobs())
+        said = self.shell(script)
+        self.assertIn("Submitted batch job", said)
+        wait_for(lambda: len(self.node.jobs()) == before + 4 and all(
+            job["JobState"] in ("COMPLETED", "FAILED") for job in self.node.jobs()), "the array's end")
+        number = sorted([*GOOD, BAD]).index(BAD) + 1
+        self.assertIn(f"night/{BAD}", (self.folder / "logs" / f"{number}.log").read_text())
+
+    def test_the_guides_array(self):
+        self.check_loop(recipe("An sbatch array"))
+
+
+class SlurmTest(BatchTest):
+    """Each test has a Slurm of its own: one that has been killed may stay damaged."""
+
+    def setUp(self):
+        super().setUp()
+        self.node = start_slurm(self)
+
+    def snakemake(self, group=3, **config):
         # With CI set, the engine asks for the jobs each second and not only each tenth.
         environment = {**self.node.environment, "CI": "1"}
         process = subprocess.Popen(  # pylint: disable=consider-using-with
             ["snakemake", "--snakefile", str(BATCH / "workflow" / "Snakefile"),
              "--profile", str(BATCH / "profiles" / "slurm"), "--group-components", f"frames={group}",
              "--config", f"in={self.source}", f"out={self.results}", f"program={self.program}",
-             *config, *words],
+             *(f"{key}={value}" for key, value in config.items())],
             cwd=self.folder, env=environment, stdin=subprocess.DEVNULL, text=True,
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
         self.addCleanup(process.communicate)
         self.addCleanup(end_group, process)
         return process
 
-    def run_slurm(self, *words, **options):
-        output, _ = self.snakemake(*words, **options).communicate(timeout=TIMEOUT_S)
-        return output
-
     def finish(self, process):
-        output, _ = process.communicate(timeout=TIMEOUT_S)
-        self.assertEqual(process.returncode, 0, output)
+        """Waits for a run, which has to end well."""
+        try:
+            output, _ = process.communicate(timeout=TIMEOUT_S)
+        except subprocess.TimeoutExpired:
+            self.fail(f"The run did not end.\n{self.node.logs()}")
+        self.assertEqual(process.returncode, 0, output + self.node.logs())
+
+    def wait_for(self, condition, what):
+        try:
+            wait_for(condition, what)
+        except TimeoutError as error:
+            self.fail(f"{error}\n{self.node.logs()}")
 
     def hold(self):
         """A run of five frames of which one is held, with at least two results there: two jobs share
@@ -53,8 +88,8 @@ class SlurmTest(BatchTest):
         for name in FRAMES:
             self.frame(name)
         process = self.snakemake()
-        wait_for(lambda: self.starts("held.tif") and len(self.result_names()) >= 2,
-                 "the held frame and two others")
+        self.wait_for(lambda: self.starts("held.tif") and len(self.result_names()) >= 2,
+                      "the held frame and two others")
         done = self.result_names()
         return process, digests(self.results), done
 
@@ -73,45 +108,69 @@ class SlurmTest(BatchTest):
         good = self.nine_frames()
         self.program = PROGRAM
         options = ["--stride", "512", "--weights", str(MODELS / "identity.onnx")]
-        output = self.run_slurm(config=(f"options={options}",), group=4)
+        self.finish(self.snakemake(group=4, options=options))
 
-        self.assertEqual(self.result_names(), sorted(good), output)
+        self.assertEqual(self.result_names(), sorted(good))
         alone = self.folder / "alone.tif"
         for name in good:
             subprocess.run([PROGRAM, "-q", "-i", self.source / name, "-o", alone, *options], check=True)
             self.assertEqual((self.results / name).read_bytes(), alone.read_bytes())
         self.assertEqual(set(self.failed()), {"empty.tif", "text.tif", "night 1/cut.tif"})
-        jobs = self.node.ask("scontrol", "-o", "show", "job").stdout.decode().splitlines()
-        latest = [job for job in jobs if "JobState=COMPLETED" in job][-3:]
-        self.assertEqual(len(latest), 3, jobs)  # nine frames, four a job
+        jobs = self.node.jobs()  # nine frames, four a job
+        self.assertEqual([job["JobState"] for job in jobs], ["COMPLETED"] * 3)
         # Three minutes for each frame with a header, two for the others; the memory of the largest.
-        minutes = sum(int(re.search(r"TimeLimit=00:(\d\d):00", job).group(1)) for job in latest)
+        minutes = sum(int(re.fullmatch(r"00:(\d\d):00", job["TimeLimit"]).group(1)) for job in jobs)
         self.assertEqual(minutes, 7 * 3 + 2 * 2)
-        memory = {re.search(r"MinMemoryNode=(\w+)", job).group(1) for job in latest}
+        memory = {job["MinMemoryNode"] for job in jobs}
         self.assertIn("610M", memory)
         self.assertLessEqual(memory, {"600M", "610M"})  # a job may have no frame with a header
 
     def test_a_killed_program_is_run_again_and_costs_no_other_frame_of_its_job(self):
         for name in ("a.tif", "killed_1.tif", "z.tif"):
             self.frame(name)
-        self.run_slurm()
+        self.finish(self.snakemake())
         self.assertEqual(self.result_names(), ["a.tif", "killed_1.tif", "z.tif"])
         self.assertEqual(self.starts(), ["a.tif", "killed_1.tif", "killed_1.tif", "z.tif"])
 
-    def test_goes_on_after_the_engine_was_killed(self):
+    def test_a_killed_job_is_submitted_again(self):
         process, before, done = self.hold()
+        for job in self.node.jobs():
+            self.node.ask("scancel", "--full", "--signal", "KILL", job["JobId"])
+        self.wait_for(lambda: self.starts("held.tif") == 2, "the second start")
+        self.open_gate()
+        self.finish(process)
+        self.check_finished(before, done)
+        self.assertEqual(self.starts("held.tif"), 2)
+
+    def test_goes_on_after_the_engine_was_killed(self):
+        names = ["a.tif", "b.tif", "c.tif", "held_1.tif", "held_2.tif"]
+        for name in names:
+            self.frame(name)
+        process = self.snakemake(group=5)
+        # In the one job, one of the two has begun then and the other has not.
+        self.wait_for(lambda: any(name.startswith("held") for name in self.starts()), "a held frame")
         os.killpg(process.pid, signal.SIGKILL)
         process.wait(TIMEOUT_S)
-        again = self.snakemake()
-        time.sleep(3)  # it finds the job that runs
+        again = self.snakemake(group=5)
+        self.wait_for(lambda: len(self.node.jobs()) == 2 or again.poll() is not None, "the second job")
         self.open_gate()
         self.finish(again)
+        self.assertEqual(self.result_names(), names)
+        self.assertEqual(self.starts(), names)  # each once
+
+    def test_goes_on_while_the_nodes_daemon_is_restarted(self):
+        process, before, done = self.hold()
+        self.node.kill_slurmd()
+        self.assertEqual(self.starts("held.tif"), 1)
+        self.node.start_slurmd()
+        self.open_gate()
+        self.finish(process)
         self.check_finished(before, done)
         self.assertEqual(self.starts("held.tif"), 1)
 
     def test_goes_on_while_the_controller_is_restarted(self):
         process, before, done = self.hold()
-        self.node.kill("slurmctld")
+        self.node.kill_controller()
         time.sleep(3)  # it asks for its jobs and gets no answer
         self.assertIsNone(process.poll())
         self.node.start_controller()
@@ -123,11 +182,11 @@ class SlurmTest(BatchTest):
     def test_goes_on_after_the_node_has_lost_its_power(self):
         process, before, done = self.hold()
         self.node.cut_power()
-        wait_for(lambda: not subprocess.run(["pgrep", "-f", f"sh {self.program}"], check=False,
-                                            capture_output=True).stdout, "the end of all jobs")
+        self.wait_for(lambda: not subprocess.run(["pgrep", "-f", f"sh {self.program}"], check=False,
+                                                 capture_output=True).stdout, "the end of all jobs")
         self.assertFalse((self.results / "held.tif").exists())
         self.open_gate()
-        self.node.start_node()
+        self.node.switch_on()
         process.communicate(timeout=TIMEOUT_S)
         self.finish(self.snakemake())  # the same command, if the job was not queued again
         self.check_finished(before, done)
