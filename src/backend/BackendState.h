@@ -1,13 +1,13 @@
 // What an OnnxRuntimeBackend owns.
 #pragma once
 
-#include <mutex>
 #include <string>
 
 #include "backend/ExecutionProviders.h"
 #include "backend/MessageCallback.h"
 #include "backend/OrtHandles.h"
 #include "backend/ProtobufWire.h"
+#include "backend/Turns.h"
 
 namespace project_lumen::backend {
 
@@ -21,7 +21,7 @@ struct BackendState {
   std::string outputName;
   std::string providerName = kCpuProviderName;
   MessageCallback messages;
-  std::mutex turn;  // held while a tile is in the session
+  Turns turns;  // of the tiles in the session
 };
 
 }  // namespace project_lumen::backend

@@ -1,7 +1,6 @@
 #include "backend/OnnxRuntimeBackend.h"
 
 #include <exception>
-#include <mutex>
 #include <stdexcept>
 #include <vector>
 
@@ -86,13 +85,21 @@ const std::string& OnnxRuntimeBackend::ProviderName() const {
 }
 
 std::vector<float> OnnxRuntimeBackend::InferTile(const cv::Mat& tile) {
+  return InferTile(tile, {}, state_->messages);
+}
+
+std::vector<float> OnnxRuntimeBackend::InferTile(const cv::Mat& tile, const std::stop_token& stop,
+                                                 const MessageCallback& messages) {
   RequireTile(tile);
   const TensorShape shape{1, tile.rows, tile.cols, tile.channels()};
-  return WithRuntimeLog(state_->messages, [&]() -> std::vector<float> {
-    const std::lock_guard turn(state_->turn);
+  return WithRuntimeLog(messages, [&]() -> std::vector<float> {
+    const Turns::Turn turn(state_->turns, stop);
+    if (!turn.IsTaken()) {
+      throw InferenceStopped();
+    }
     const CheckedOutput answer =
         RunSessionChecked(*state_->session, state_->providerName, state_->inputName,
-                          state_->outputName, shape, tile.ptr<float>(), kInferenceStage);
+                          state_->outputName, shape, tile.ptr<float>(), kInferenceStage, stop);
     return {answer.samples.begin(), answer.samples.end()};
   });
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ struct ProviderPlatform {
   bool cudaLibraryPresent;     // CUDA is tried only then
   const void* runtimeAddress;  // an address inside the loaded ONNX Runtime library
   int intraThreads = 0;        // for every session; 0 leaves their number to ONNX Runtime
+  bool cpuOnly = false;        // nothing but the CPU is tried
 };
 
 // The provider library beside the executable, the ONNX Runtime that the program is linked with, and
@@ -58,6 +60,12 @@ class OnnxRuntimeBackend {
   // be CV_32FC3.", "ONNX Runtime input image must be continuous.", and the texts of
   // RunSessionChecked for the stage "inference". The backend stays usable.
   std::vector<float> InferTile(const cv::Mat& tile);
+
+  // The same, but that `messages` gets what belongs to this tile, and that a stop ends it soon,
+  // also while it waits for its turn: after the node of the network that is being computed. Throws
+  // InferenceStopped (backend/SessionRun.h) then.
+  std::vector<float> InferTile(const cv::Mat& tile, const std::stop_token& stop,
+                               const MessageCallback& messages);
 
  private:
   std::unique_ptr<BackendState> state_;

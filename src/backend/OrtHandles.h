@@ -20,6 +20,7 @@ using StatusHandle = std::unique_ptr<OrtStatus, OrtRelease<&OrtApi::ReleaseStatu
 using EnvironmentHandle = std::unique_ptr<OrtEnv, OrtRelease<&OrtApi::ReleaseEnv>>;
 using SessionOptionsHandle =
     std::unique_ptr<OrtSessionOptions, OrtRelease<&OrtApi::ReleaseSessionOptions>>;
+using RunOptionsHandle = std::unique_ptr<OrtRunOptions, OrtRelease<&OrtApi::ReleaseRunOptions>>;
 using SessionHandle = std::unique_ptr<OrtSession, OrtRelease<&OrtApi::ReleaseSession>>;
 using CudaOptionsHandle =
     std::unique_ptr<OrtCUDAProviderOptionsV2, OrtRelease<&OrtApi::ReleaseCUDAProviderOptions>>;

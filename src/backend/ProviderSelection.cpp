@@ -28,10 +28,14 @@ class Selection {
     }
   }
 
+  void RunOnCpu(int intraThreads) {
+    ActivateSession(CreateCpuSession(*state_.environment, state_.model, intraThreads),
+                    kCpuProviderName);
+  }
+
   void RunCpuFallback(int intraThreads) {
     try {
-      ActivateSession(CreateCpuSession(*state_.environment, state_.model, intraThreads),
-                      kCpuProviderName);
+      RunOnCpu(intraThreads);
     } catch (const std::exception& error) {
       throw std::runtime_error(
           std::string("ONNX Runtime CPU fallback initialization failed. Detail: ") + error.what());
@@ -68,6 +72,10 @@ void SelectProvider(BackendState& state, const ProviderPlatform& platform, int w
                     const MessageCallback& messages) {
   Selection selection(state, windowSize, messages);
   const OrtEnv& environment = *state.environment;
+  if (platform.cpuOnly) {
+    selection.RunOnCpu(platform.intraThreads);
+    return;
+  }
   if (platform.cudaLibraryPresent) {
     selection.TryProvider("CUDA", kCudaProviderName, [&] {
       return CreateCudaSession(environment, state.model, platform.intraThreads);

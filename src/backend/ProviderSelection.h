@@ -12,7 +12,7 @@ namespace project_lumen::backend {
 // which providers failed and that the CPU took over; `messages` is not empty.
 //
 // Throws std::runtime_error "ONNX Runtime CPU fallback initialization failed. Detail: …" when even
-// the CPU fails.
+// the CPU fails; where only the CPU is to be tried, the detail alone.
 void SelectProvider(BackendState& state, const ProviderPlatform& platform, int windowSize,
                     const MessageCallback& messages);
 

@@ -42,14 +42,36 @@ ValueHandle CreateInputTensor(const TensorShape& shape, const float* data) {
   });
 }
 
+// The tensor that the session makes of the input; may be null.
 ValueHandle Run(OrtSession& session, const std::string& inputName, const std::string& outputName,
-                const OrtValue& input) {
+                const OrtValue& input, const OrtRunOptions* options) {
   const char* inputNames = inputName.c_str();
   const char* outputNames = outputName.c_str();
   const OrtValue* inputs = &input;
   return CreateHandle<ValueHandle>([&](OrtValue** output) {
-    return CurrentOrtApi().Run(&session, nullptr, &inputNames, &inputs, 1, &outputNames, 1, output);
+    return CurrentOrtApi().Run(&session, options, &inputNames, &inputs, 1, &outputNames, 1, output);
   });
+}
+
+// As Run, ended by a stop.
+ValueHandle RunUntilStopped(OrtSession& session, const std::string& inputName,
+                            const std::string& outputName, const OrtValue& input,
+                            const std::stop_token& stop) {
+  if (!stop.stop_possible()) {
+    return Run(session, inputName, outputName, input, nullptr);
+  }
+  const auto options = CreateHandle<RunOptionsHandle>(CurrentOrtApi().CreateRunOptions);
+  // Where the flag cannot be set, the run ends by itself, later.
+  const std::stop_callback end(stop, [&options] {
+    const StatusHandle ignored(CurrentOrtApi().RunOptionsSetTerminate(options.get()));
+  });
+  return Run(session, inputName, outputName, input, options.get());
+}
+
+void ThrowIfStopped(const std::stop_token& stop) {
+  if (stop.stop_requested()) {
+    throw InferenceStopped();
+  }
 }
 
 void RequireFloatElements(const OrtTensorTypeAndShapeInfo& info) {
@@ -108,7 +130,7 @@ std::string FirstOutputName(const OrtSession& session) {
 CheckedOutput RunSessionChecked(OrtSession& session, const std::string& providerName,
                                 const std::string& inputName, const std::string& outputName,
                                 const TensorShape& shape, const float* data,
-                                const std::string& stage) {
+                                const std::string& stage, const std::stop_token& stop) {
   const auto failure = [&](const std::string& detail) {
     return std::runtime_error(FormatInferenceFailure(stage, providerName, shape, detail));
   };
@@ -116,13 +138,15 @@ CheckedOutput RunSessionChecked(OrtSession& session, const std::string& provider
   OutputDescription output;
   try {
     const ValueHandle input = CreateInputTensor(shape, data);
-    value = Run(session, inputName, outputName, *input);
+    value = RunUntilStopped(session, inputName, outputName, *input, stop);
     if (value) {
       output = DescribeOutput(*value);
     }
   } catch (...) {
+    ThrowIfStopped(stop);
     throw failure(DescribeCurrentException());
   }
+  ThrowIfStopped(stop);
   if (!value) {
     throw failure("ONNX Runtime did not return an output tensor.");
   }

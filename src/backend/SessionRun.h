@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <span>
+#include <stop_token>
 #include <string>
 
 #include "backend/OrtHandles.h"
@@ -30,22 +32,29 @@ struct CheckedOutput {
   std::span<const float> samples;
 };
 
+// A run was stopped before it had a result.
+class InferenceStopped : public std::exception {
+ public:
+  [[nodiscard]] const char* what() const noexcept override { return "Inference stopped."; }
+};
+
 // Names of a session's first input and first output. Throw Ort::Exception.
 std::string FirstInputName(const OrtSession& session);
 std::string FirstOutputName(const OrtSession& session);
 
 // Runs the session on `data`, which holds the shape's elements, is not copied and must not change
-// meanwhile. `stage` is kInferenceStage or kWarmupStage.
+// meanwhile. `stage` is kInferenceStage or kWarmupStage. A stop that is requested meanwhile ends
+// the run after the node of the network that is being computed.
 //
 // Throws std::runtime_error with a text of FormatInferenceFailure. Its detail is the message of
 // what failed in ONNX Runtime, or: "ONNX Runtime did not return an output tensor.", "ONNX Runtime
 // output tensor does not hold float32 samples.", "ONNX Runtime returned an unexpected output
 // shape.", "ONNX Runtime output tensor size does not match input size.", "ONNX Runtime output
-// tensor has no data buffer."
+// tensor has no data buffer.". InferenceStopped when a stop was requested.
 CheckedOutput RunSessionChecked(OrtSession& session, const std::string& providerName,
                                 const std::string& inputName, const std::string& outputName,
                                 const TensorShape& shape, const float* data,
-                                const std::string& stage);
+                                const std::string& stage, const std::stop_token& stop = {});
 
 // "ONNX Runtime {stage} failed using {provider} for tensor {batch}x{rows}x{columns}x{channels}.
 // {detail}", followed for tiles under DirectML by a hint for the user.

@@ -228,6 +228,15 @@ void FakeOrtApi::FillTable(OrtApi& table) {
                             current_->NameOf(env) + ", " + current_->NameOf(options), "session",
                             session);
   };
+  table.CreateRunOptions = [](OrtRunOptions** options) noexcept {
+    return current_->Create("CreateRunOptions", "", "runOptions", options);
+  };
+  table.RunOptionsSetTerminate = [](OrtRunOptions* options) noexcept {
+    return current_->Record("RunOptionsSetTerminate", current_->NameOf(options));
+  };
+  table.ReleaseRunOptions = [](OrtRunOptions* options) {
+    current_->Release("ReleaseRunOptions", options);
+  };
   table.ReleaseSession = [](OrtSession* session) { current_->Release("ReleaseSession", session); };
 
   table.GetAllocatorWithDefaultOptions = [](OrtAllocator** allocator) noexcept {
@@ -280,11 +289,11 @@ void FakeOrtApi::FillTable(OrtApi& table) {
                  const char* const* inputNames, const OrtValue* const* inputs,
                  std::size_t inputCount, const char* const* outputNames, std::size_t outputCount,
                  OrtValue** outputs) noexcept {
-    EXPECT_EQ(runOptions, nullptr);
     EXPECT_EQ(inputCount, 1U);
     EXPECT_EQ(outputCount, 1U);
-    const std::string arguments = current_->NameOf(session) + ", " + inputNames[0] + "=" +
-                                  current_->NameOf(inputs[0]) + ", " + outputNames[0];
+    const std::string arguments =
+        current_->NameOf(session) + ", " + inputNames[0] + "=" + current_->NameOf(inputs[0]) +
+        ", " + outputNames[0] + (runOptions == nullptr ? "" : ", " + current_->NameOf(runOptions));
     if (current_->duringRun) {
       current_->duringRun();
     }

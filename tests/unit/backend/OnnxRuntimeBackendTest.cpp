@@ -8,11 +8,13 @@
 #include <algorithm>
 #include <atomic>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "FakeOrtApi.h"
+#include "backend/SessionRun.h"
 
 namespace project_lumen::backend {
 namespace {
@@ -23,6 +25,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 using testing::ThrowsMessage;
 
@@ -444,6 +447,79 @@ TEST_F(Backend, AMessageMayUseTheSession) {
   ort.LogDuring("Run", ORT_LOGGING_LEVEL_WARNING, "slow");
   backend.InferTile(tile);
   EXPECT_EQ(answers, 1);
+}
+
+TEST_F(Backend, ATileThatCanBeStoppedHasRunOptionsOfItsOwn) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  ort.ForgetCalls();
+  const std::stop_source stop;
+  backend.InferTile(cv::Mat::zeros(2, 2, CV_32FC3), stop.get_token(), {});
+  EXPECT_THAT(ort.Calls(),
+              AllOf(Contains("CreateRunOptions()"), Contains("ReleaseRunOptions(runOptions1)"),
+                    Contains("Run(session1, the input=value3, the output, runOptions1)")));
+  EXPECT_FALSE(Called("RunOptionsSetTerminate"));
+}
+
+TEST_F(Backend, AStopDuringATileSetsTheTerminateFlagOnceAndLeavesTheBackendUsable) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  const cv::Mat tile = cv::Mat::zeros(2, 2, CV_32FC3);
+  std::stop_source stop;
+  ort.duringRun = [&] { stop.request_stop(); };
+  ort.Fail("Run", "Exiting due to terminate flag", 2);
+  EXPECT_THROW(backend.InferTile(tile, stop.get_token(), {}), InferenceStopped);
+  EXPECT_EQ(
+      std::count(ort.Calls().begin(), ort.Calls().end(), "RunOptionsSetTerminate(runOptions1)"), 1);
+  ort.duringRun = nullptr;
+  EXPECT_THAT(backend.InferTile(tile), testing::SizeIs(12));
+}
+
+TEST_F(Backend, AResultThatComesDespiteTheStopIsDropped) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  std::stop_source stop;
+  ort.duringRun = [&] { stop.request_stop(); };
+  EXPECT_THROW(backend.InferTile(cv::Mat::zeros(2, 2, CV_32FC3), stop.get_token(), {}),
+               InferenceStopped);
+  EXPECT_THAT(ort.Live(), Not(Contains(StartsWith("value"))));
+}
+
+TEST_F(Backend, AStopEndsTheWaitForATurn) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  const cv::Mat tile = cv::Mat::zeros(2, 2, CV_32FC3);
+  ort.duringRun = [&] {
+    std::stop_source stop;
+    std::thread waiting(
+        [&] { EXPECT_THROW(backend.InferTile(tile, stop.get_token(), {}), InferenceStopped); });
+    stop.request_stop();
+    waiting.join();
+  };
+  EXPECT_THAT(backend.InferTile(tile), testing::SizeIs(12));
+}
+
+TEST_F(Backend, WhatIsLoggedOfATileGoesToTheMessagesThatCameWithIt) {
+  OnnxRuntimeBackend backend = Open(WithoutCuda());
+  ort.LogDuring("Run", ORT_LOGGING_LEVEL_WARNING, "slow");
+  std::vector<std::string> own;
+  backend.InferTile(cv::Mat::zeros(2, 2, CV_32FC3), {},
+                    [&](const std::string& line) { own.push_back(line); });
+  EXPECT_THAT(own, ElementsAre("ONNX Runtime warning: slow"));
+  EXPECT_THAT(messages, IsEmpty());
+}
+
+TEST_F(Backend, WithTheCpuAloneNoOtherProviderIsTriedAndNothingIsSaid) {
+  ProviderPlatform platform = WithCuda();
+  platform.cpuOnly = true;
+  const OnnxRuntimeBackend backend = Open(platform);
+  EXPECT_EQ(backend.ProviderName(), "CPU execution provider");
+  EXPECT_THAT(messages, IsEmpty());
+  EXPECT_FALSE(Called("CreateCUDAProviderOptions"));
+  EXPECT_FALSE(Called("SessionOptionsAppendExecutionProvider"));
+}
+
+TEST_F(Backend, WithTheCpuAloneItsFailureIsTheFailure) {
+  ProviderPlatform platform = WithCuda();
+  platform.cpuOnly = true;
+  ort.Fail("CreateSessionFromArray", "bad graph");
+  ExpectOpenFails(platform, "bad graph");
 }
 
 TEST_F(Backend, RefusesAnEmptyTile) {
