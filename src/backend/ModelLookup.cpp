@@ -5,6 +5,7 @@
 #include <iterator>
 #include <system_error>
 
+#include "backend/DefaultModel.h"
 #include "backend/Utf8Path.h"
 #include "common/Platform.h"
 
@@ -13,7 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kDefaultModelId = "nebulex2";
 constexpr const char* kUnavailable = "unavailable";
 
 bool IsSeparator(char c) {
@@ -56,15 +56,27 @@ std::vector<std::string> BuildModelCandidatesFrom(const std::string& executableD
           ToUtf8(root / inLibrary)};
 }
 
+std::vector<std::string> BuildLibraryModelCandidates(const std::string& libraryDirectory,
+                                                     const std::string& modelId,
+                                                     const std::string& fileName) {
+  const fs::path library = FromUtf8(libraryDirectory);
+  const fs::path inFolder = FromUtf8(modelId) / FromUtf8(fileName);
+  return {ToUtf8(library / FromUtf8(fileName)), ToUtf8(library / inFolder),
+          ToUtf8(FromUtf8(InstallRoot(libraryDirectory)) / inFolder)};
+}
+
+std::string FirstThatExists(const std::vector<std::string>& candidates) {
+  const auto found = std::find_if(candidates.begin(), candidates.end(), Exists);
+  return found == candidates.end() ? candidates.front() : *found;
+}
+
 std::vector<std::string> BuildModelCandidates(const std::string& modelId,
                                               const std::string& fileName) {
   return BuildModelCandidatesFrom(ExecutableDirectory(), modelId, fileName);
 }
 
 std::string ResolveModelPath(const std::string& modelId, const std::string& fileName) {
-  const std::vector<std::string> candidates = BuildModelCandidates(modelId, fileName);
-  const auto found = std::find_if(candidates.begin(), candidates.end(), Exists);
-  return found == candidates.end() ? candidates.front() : *found;
+  return FirstThatExists(BuildModelCandidates(modelId, fileName));
 }
 
 std::string ResolveDefaultWeights(const std::string& fileName) {

@@ -25,8 +25,20 @@ std::vector<std::string> BuildModelCandidatesFrom(const std::string& executableD
 std::vector<std::string> BuildModelCandidates(const std::string& modelId,
                                               const std::string& fileName);
 
-// The first candidate that exists, else the first candidate. A path exists when its status can be
-// queried, whatever kind of entry it is; a failed query of any kind counts as absent.
+// The places for a shared library in `libraryDirectory`, always three, in order:
+//   libraryDirectory / fileName
+//   libraryDirectory / modelId / fileName
+//   the folder above it / modelId / fileName
+std::vector<std::string> BuildLibraryModelCandidates(const std::string& libraryDirectory,
+                                                     const std::string& modelId,
+                                                     const std::string& fileName);
+
+// The first candidate that exists, else the first candidate, of at least one. A path exists when
+// its status can be queried, whatever kind of entry it is; a failed query of any kind counts as
+// absent.
+std::string FirstThatExists(const std::vector<std::string>& candidates);
+
+// FirstThatExists of the places for the running executable.
 std::string ResolveModelPath(const std::string& modelId, const std::string& fileName);
 
 // ResolveModelPath for this program's own model.

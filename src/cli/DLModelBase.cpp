@@ -3,9 +3,9 @@
 #include <opencv2/core.hpp>
 #include <utility>
 
-#include "cli/LinearRecords.h"
 #include "common/Assertion.h"
 #include "common/GridAlignedResample.h"
+#include "core/LinearRecords.h"
 
 namespace project_lumen::cli {
 
@@ -22,16 +22,14 @@ cv::Mat DLModelBase::ProcessImage(const cv::Mat& source, double fixedDivisor,
                                   core::TileInferenceFn inferTile,
                                   const std::function<bool(int, int)>& progress) {
   if (!settings.linear) {
-    EmitNotLinear(sink_);
+    Emit(sink_, core::NotLinearRecord());
   }
-  core::LinearReports reports;
-  reports.aboveOne = [this](const RangeStatistics& range) { EmitClippedBeforeMtf(sink_, range); };
-  reports.transfer = [&](const std::vector<core::LinearChannelStats>& channels) {
+  core::LinearReports reports = core::ReportsAsRecords(
+      settings, fixedDivisor, [this](const Diagnostic& record) { Emit(sink_, record); });
+  reports.transfer = [this, tell = std::move(reports.transfer)](
+                         const std::vector<core::LinearChannelStats>& channels) {
     linearChannels_ = channels;
-    EmitLinearTransfer(sink_, channels, settings, fixedDivisor);
-  };
-  reports.restored = [this](const std::vector<core::RestoredSamples>& channels) {
-    EmitShadowRestoration(sink_, channels);
+    tell(channels);
   };
   return core::ProcessImage(source, settings, std::move(inferTile), {.progress = progress},
                             reports);

@@ -2,7 +2,9 @@
 // a record, readable for people or JSON for host programs.
 #pragma once
 
+#include <functional>
 #include <ostream>
+#include <string>
 #include <string_view>
 
 namespace project_lumen {
@@ -19,6 +21,26 @@ enum class WarningKind {
   kOutputFidelity = 1,     // "output_fidelity"
   kExecutionFallback = 2,  // "execution_fallback"
 };
+
+// A record before it is shown.
+struct Diagnostic {
+  std::string severity;  // "info" or "warning"
+  std::string code;
+  std::string message;
+
+  bool operator==(const Diagnostic&) const = default;
+};
+
+Diagnostic Information(std::string code, std::string message);
+
+// A leading "Warning: " of the message is dropped once, since the record says it already.
+Diagnostic Warning(WarningKind kind, std::string_view message);
+
+// Takes records, one a call. May be empty.
+using DiagnosticsCallback = std::function<void(const Diagnostic&)>;
+
+// Writes a record; one of information only unless the sink is quiet.
+void Emit(const DiagnosticsSink& sink, const Diagnostic& diagnostic);
 
 // Writes an information record unless the sink is quiet.
 void EmitInfo(const DiagnosticsSink& sink, std::string_view code, std::string_view message);

@@ -19,6 +19,9 @@ const char* CudaProviderLibraryName();
 // Whether the CUDA provider library lies beside the executable. Nothing is loaded.
 bool IsCudaProviderLibraryPresent();
 
+// Whether it lies in a folder.
+bool IsCudaProviderLibraryIn(const std::string& folder);
+
 // How many processors the process may use, where that is fewer than the machine has (its affinity
 // mask, which taskset and batch systems set); 0 where it may use all of them or the system does not
 // tell.
@@ -30,6 +33,9 @@ class LoadedModule {
  public:
   // None when no loaded module holds the address.
   static std::optional<LoadedModule> FromAddress(const void* address);
+
+  // The folder that it was loaded from, as a full path; none when the system does not tell.
+  [[nodiscard]] std::optional<std::string> Folder() const;
 
   // The address of an exported function, or null.
   [[nodiscard]] void* FindExport(const char* name) const;

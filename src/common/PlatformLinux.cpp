@@ -2,7 +2,9 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <filesystem>
 #include <system_error>
 #include <vector>
@@ -61,8 +63,12 @@ bool IsCudaProviderLibraryPresent() {
   if (!executable) {
     return false;
   }
+  return IsCudaProviderLibraryIn(fs::path(*executable).parent_path().string());
+}
+
+bool IsCudaProviderLibraryIn(const std::string& folder) {
   std::error_code error;
-  return fs::exists(fs::path(*executable).parent_path() / CudaProviderLibraryName(), error);
+  return fs::exists(fs::path(folder) / CudaProviderLibraryName(), error);
 }
 
 int RestrictedProcessorCount() {
@@ -82,6 +88,15 @@ std::optional<LoadedModule> LoadedModule::FromAddress(const void* address) {
   // The module stays loaded by its first owner; only the count that dlopen added goes back.
   dlclose(handle);
   return LoadedModule(handle);
+}
+
+std::optional<std::string> LoadedModule::Folder() const {
+  // The place the loader writes to has to hold the longest path that there is.
+  std::array<char, PATH_MAX> folder{};
+  if (dlinfo(handle_, RTLD_DI_ORIGIN, folder.data()) != 0) {
+    return std::nullopt;
+  }
+  return std::string(folder.data());
 }
 
 void* LoadedModule::FindExport(const char* name) const {

@@ -24,11 +24,12 @@ std::optional<std::string> ToUtf8(std::wstring_view text) {
   return result;
 }
 
-std::optional<std::wstring> WideExecutablePath() {
+// The file of a module, of the executable for null.
+std::optional<std::wstring> WideModulePath(HMODULE module) {
   std::vector<wchar_t> buffer(260);
   for (;;) {
     const DWORD length =
-        GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+        GetModuleFileNameW(module, buffer.data(), static_cast<DWORD>(buffer.size()));
     if (length == 0) {
       return std::nullopt;
     }
@@ -40,10 +41,26 @@ std::optional<std::wstring> WideExecutablePath() {
   }
 }
 
+// The folder of a module, with the separator at its end.
+std::optional<std::wstring> WideModuleFolder(HMODULE module) {
+  const std::optional<std::wstring> path = WideModulePath(module);
+  const std::size_t separator = path ? path->find_last_of(L"\\/") : std::wstring::npos;
+  if (separator == std::wstring::npos) {
+    return std::nullopt;
+  }
+  return path->substr(0, separator + 1);
+}
+
+bool HoldsCudaProviderLibrary(const std::wstring& folder) {
+  const std::string_view name = CudaProviderLibraryName();
+  const std::wstring library = folder + std::wstring(name.begin(), name.end());
+  return GetFileAttributesW(library.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 }  // namespace
 
 std::optional<std::string> ExecutablePath() {
-  const std::optional<std::wstring> path = WideExecutablePath();
+  const std::optional<std::wstring> path = WideModulePath(nullptr);
   return path ? ToUtf8(*path) : std::nullopt;
 }
 
@@ -65,18 +82,17 @@ const char* CudaProviderLibraryName() {
 }
 
 bool IsCudaProviderLibraryPresent() {
-  const std::optional<std::wstring> executable = WideExecutablePath();
-  if (!executable) {
-    return false;
-  }
-  const std::size_t separator = executable->find_last_of(L"\\/");
-  if (separator == std::wstring::npos) {
-    return false;
-  }
-  const std::string_view name = CudaProviderLibraryName();
-  const std::wstring library =
-      executable->substr(0, separator + 1) + std::wstring(name.begin(), name.end());
-  return GetFileAttributesW(library.c_str()) != INVALID_FILE_ATTRIBUTES;
+  const std::optional<std::wstring> folder = WideModuleFolder(nullptr);
+  return folder && HoldsCudaProviderLibrary(*folder);
+}
+
+bool IsCudaProviderLibraryIn(const std::string& folder) {
+  const int length =
+      MultiByteToWideChar(CP_UTF8, 0, folder.data(), static_cast<int>(folder.size()), nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(length), L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, folder.data(), static_cast<int>(folder.size()), wide.data(),
+                      length);
+  return HoldsCudaProviderLibrary(wide + L"\\");
 }
 
 int RestrictedProcessorCount() {
@@ -97,6 +113,11 @@ std::optional<LoadedModule> LoadedModule::FromAddress(const void* address) {
     return std::nullopt;
   }
   return LoadedModule(module);
+}
+
+std::optional<std::string> LoadedModule::Folder() const {
+  const std::optional<std::wstring> folder = WideModuleFolder(static_cast<HMODULE>(handle_));
+  return folder ? ToUtf8(std::wstring_view(*folder).substr(0, folder->size() - 1)) : std::nullopt;
 }
 
 void* LoadedModule::FindExport(const char* name) const {

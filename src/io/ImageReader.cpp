@@ -5,8 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/EqualChannels.h"
+#include "common/IntegerSamples.h"
 #include "common/RowBands.h"
-#include "io/EqualChannels.h"
 #include "io/files/InputPath.h"
 #include "io/files/PathSuffix.h"
 #include "io/files/UnreadableImage.h"
@@ -70,7 +71,7 @@ void RequireSupportedDepth(const cv::Mat& stored) {
 }
 
 // Normalises the stored samples, a band at a time, in R, G, B order.
-void HandOnNormalised(const cv::Mat& stored, double divisor, ReadMode mode, RowSink& rows) {
+void HandOnNormalised(const cv::Mat& stored, ReadMode mode, RowSink& rows) {
   const int depth = mode == ReadMode::kLinear ? CV_64F : CV_32F;
   rows.Begin(stored.size(), CV_MAKETYPE(depth, stored.channels()));
   ForEachRowBand(stored, [&](const cv::Range& band) {
@@ -81,7 +82,7 @@ void HandOnNormalised(const cv::Mat& stored, double divisor, ReadMode mode, RowS
       ordered = stored.rowRange(band);
     }
     cv::Mat normalised;
-    ordered.convertTo(normalised, depth, 1.0 / divisor, 0.0);
+    NormaliseIntegers(ordered, depth, normalised);
     rows.Take(normalised);
   });
 }
@@ -96,7 +97,7 @@ void ReadRaster(const std::string& path, ReadMode mode, RowSink& rows,
   }
   description.source.isGrayscale = IsGrayscale(stored);
   RequireSupportedDepth(stored);
-  HandOnNormalised(stored, description.source.fixedDivisor, mode, rows);
+  HandOnNormalised(stored, mode, rows);
 }
 
 }  // namespace

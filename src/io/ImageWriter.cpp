@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "common/Assertion.h"
+#include "common/IntegerSamples.h"
 #include "common/RowBands.h"
 #include "io/files/PathSuffix.h"
 #include "io/fits/FitsWriter.h"
-#include "io/raster/RasterStorageType.h"
 #include "io/raster/RasterWriter.h"
 
 namespace project_lumen::io {
@@ -26,7 +26,7 @@ cv::Mat ReadBackRaster(const cv::Mat& stored) {
     rgb = stored;
   }
   cv::Mat values;
-  rgb.convertTo(values, CV_64F, 1.0 / RasterStorageTypeOf(stored.depth()).divisor, 0.0);
+  NormaliseIntegers(rgb, CV_64F, values);
   return values;
 }
 
@@ -61,14 +61,13 @@ cv::Mat PrepareOutputImage(const OutputFile& file, const cv::Mat& image) {
     return image;
   }
   const int depth = OutputSampleDepth(file.path, file.source.storedDepth);
-  const double white = RasterStorageTypeOf(depth).divisor;
   const bool hasColours = image.channels() == 3;
   cv::Mat quantised(image.size(), CV_MAKETYPE(depth, image.channels()));
   cv::Mat rgb;
   ForEachRowBand(image, [&](const cv::Range& rows) {
     cv::Mat part = quantised.rowRange(rows);
     cv::Mat& converted = hasColours ? rgb : part;
-    image.rowRange(rows).convertTo(converted, depth, white, 0.0);
+    QuantiseToIntegers(image.rowRange(rows), depth, converted);
     if (hasColours) {
       // Not in place, where OpenCV makes a copy first.
       cv::cvtColor(rgb, part, cv::COLOR_RGB2BGR);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "io/EqualChannels.h"
+#include "common/EqualChannels.h"
 #include "io/fits/FitsReader.h"
 #include "io/fits/FitsWriter.h"
 
@@ -32,7 +32,7 @@ void Copy(const Arguments& arguments) {
   io::SourceImageInfo source;
   cv::Mat image = io::ReadFitsImage(arguments.at(1), isLinear, source.fits, report);
   source.isFits = true;
-  source.isGrayscale = image.channels() == 1 || io::HasEqualChannels(image);
+  source.isGrayscale = image.channels() == 1 || project_lumen::HasEqualChannels(image);
   source.fixedDivisor = source.fits.fixedDivisor;
   if (source.isGrayscale) {
     cv::extractChannel(image, image, 0);

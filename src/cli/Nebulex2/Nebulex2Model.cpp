@@ -6,8 +6,8 @@
 #include <opencv2/core.hpp>
 #include <stdexcept>
 
+#include "backend/BackendDiagnostics.h"
 #include "backend/OnnxRuntimeBackend.h"
-#include "cli/BackendMessages.h"
 #include "cli/Nebulex2/OutputRecords.h"
 #include "cli/OutputPaths.h"
 #include "cli/Progress.h"
@@ -55,7 +55,9 @@ void Nebulex2Model::LoadInput() {
 }
 
 core::TileInferenceFn Nebulex2Model::Network() const {
-  const auto log = [sink = Sink()](const std::string& line) { ReportBackendMessage(sink, line); };
+  const auto log = [sink = Sink()](const std::string& line) {
+    Emit(sink, backend::DiagnosticOf(line));
+  };
   return [this, log, backend = std::shared_ptr<backend::OnnxRuntimeBackend>()](
              const core::ImageView& tile) mutable -> core::Image {
     if (!backend) {

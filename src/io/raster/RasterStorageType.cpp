@@ -2,14 +2,16 @@
 
 #include <opencv2/core.hpp>
 
+#include "common/IntegerSamples.h"
+
 namespace project_lumen::io {
 
 RasterStorageType RasterStorageTypeOf(int depth) {
   switch (depth) {
     case CV_8U:
-      return {"uint8", 255.0};
+      return {"uint8", IntegerWhite(depth)};
     case CV_16U:
-      return {"uint16", 65535.0};
+      return {"uint16", IntegerWhite(depth)};
     case CV_8S:
       return {"int8", 1.0};
     case CV_16S:

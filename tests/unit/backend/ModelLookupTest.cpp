@@ -243,5 +243,17 @@ TEST_F(ModelLookup, DescriptionSaysWhenTheWorkingDirectoryIsGone) {
   EXPECT_THAT(text, testing::HasSubstr("; working directory='unavailable'; Model context: "));
 }
 
+TEST(LibraryModelCandidates, LieBesideTheLibraryInAFolderThereAndInAFolderAboveIt) {
+  EXPECT_THAT(BuildLibraryModelCandidates("/usr/lib/x86_64-linux-gnu", "nebulex2", "w.onnx"),
+              testing::ElementsAre("/usr/lib/x86_64-linux-gnu/w.onnx",
+                                   "/usr/lib/x86_64-linux-gnu/nebulex2/w.onnx",
+                                   "/usr/lib/nebulex2/w.onnx"));
+}
+
+TEST(FirstThatExists, IsTheFirstCandidateWhereNoneDoes) {
+  EXPECT_EQ(FirstThatExists({"/no/such/file", "/no/other"}), "/no/such/file");
+  EXPECT_EQ(FirstThatExists({"/no/such/file", "/", "/tmp"}), "/");
+}
+
 }  // namespace
 }  // namespace project_lumen::backend

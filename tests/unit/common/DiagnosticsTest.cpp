@@ -84,5 +84,13 @@ TEST(Diagnostics, Utf8PassesByteForByte) {
   EXPECT_EQ(recorder.stream.str(), "Info [input]: Reading \xF0\x9F\x90\xBE.tif \xFF\n");
 }
 
+TEST(Diagnostics, ARecordMadeEarlierIsShownLikeOneThatIsWrittenAtOnce) {
+  std::ostringstream stream;
+  Emit({false, false, stream}, Information("input", "Reading a.tif"));
+  Emit({true, false, stream}, Information("input", "not shown"));
+  Emit({true, false, stream}, Warning(WarningKind::kDataLoss, "Warning: 3 samples clipped."));
+  EXPECT_EQ(stream.str(), "Info [input]: Reading a.tif\nWarning [data_loss]: 3 samples clipped.\n");
+}
+
 }  // namespace
 }  // namespace project_lumen

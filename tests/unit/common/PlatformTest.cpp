@@ -101,6 +101,22 @@ TEST(LoadedModule, FindsAnExportOfTheModuleThatHoldsAnAddress) {
   EXPECT_EQ(module->FindExport("no_such_export_of_the_c_library"), nullptr);
 }
 
+TEST(LoadedModule, LiesInTheFolderOfItsLibrary) {
+  const auto module = LoadedModule::FromAddress(reinterpret_cast<const void*>(&std::strlen));
+  ASSERT_TRUE(module);
+  ASSERT_TRUE(module->Folder());
+  EXPECT_TRUE(fs::exists(fs::path(*module->Folder()) / "libc.so.6")) << *module->Folder();
+}
+
+TEST(Platform, CudaProviderLibraryIsFoundInAFolder) {
+  const fs::path folder = fs::path(testing::TempDir()) / "nebulex provider \xC3\xA9";
+  fs::create_directories(folder);
+  EXPECT_FALSE(IsCudaProviderLibraryIn(folder.string()));
+  std::ofstream(folder / CudaProviderLibraryName()).put('x');
+  EXPECT_TRUE(IsCudaProviderLibraryIn(folder.string()));
+  fs::remove_all(folder);
+}
+
 TEST(LoadedModule, NoModuleHoldsAStackAddress) {
   const int local = 0;
   EXPECT_FALSE(LoadedModule::FromAddress(&local));

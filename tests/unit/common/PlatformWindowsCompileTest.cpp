@@ -14,6 +14,9 @@ int main() {
 
   const auto module = LoadedModule::FromAddress(reinterpret_cast<const void*>(&std::printf));
   const bool found = module && module->FindExport("printf") != nullptr;
+  const std::string folder = module ? module->Folder().value_or("unavailable") : "unavailable";
+  std::printf("that module lies in %s, %s\n", folder.c_str(),
+              IsCudaProviderLibraryIn(folder) ? "beside the provider" : "alone");
   std::printf("printf among the exports of its module: %s\n", found ? "yes" : "no");
   return 0;
 }

@@ -1,11 +1,11 @@
-#include "io/EqualChannels.h"
+#include "common/EqualChannels.h"
 
 #include <cstdint>
 #include <opencv2/core.hpp>
 
 #include "common/Assertion.h"
 
-namespace project_lumen::io {
+namespace project_lumen {
 namespace {
 
 template <typename Sample>
@@ -24,7 +24,7 @@ bool RowsHaveEqualChannels(const cv::Mat& image) {
 }  // namespace
 
 bool HasEqualChannels(const cv::Mat& image) {
-  NEBULEX_ASSERT("project_lumen::io::HasEqualChannels", image.channels() == 3);
+  NEBULEX_ASSERT("project_lumen::HasEqualChannels", image.channels() == 3);
   if (image.depth() == CV_32F) {
     return RowsHaveEqualChannels<float>(image);
   }
@@ -42,4 +42,4 @@ bool HasEqualChannels(const cv::Mat& image) {
   }
 }
 
-}  // namespace project_lumen::io
+}  // namespace project_lumen

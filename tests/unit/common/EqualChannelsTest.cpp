@@ -1,10 +1,10 @@
-#include "io/EqualChannels.h"
+#include "common/EqualChannels.h"
 
 #include <gtest/gtest.h>
 
 #include <opencv2/core.hpp>
 
-namespace project_lumen::io {
+namespace project_lumen {
 namespace {
 
 class HasEqualChannelsTest : public testing::TestWithParam<int> {};
@@ -26,4 +26,4 @@ INSTANTIATE_TEST_SUITE_P(Depths, HasEqualChannelsTest,
                          testing::Values(CV_8U, CV_8S, CV_16U, CV_16S, CV_32S, CV_32F, CV_64F));
 
 }  // namespace
-}  // namespace project_lumen::io
+}  // namespace project_lumen
