@@ -5,7 +5,8 @@
 #              library lies in a folder for programs
 #   portable   everything in one folder, for the archive that runs from anywhere
 #
-# The program finds its network and its libraries in each of them.
+# Program and library find the network and ONNX Runtime, which lies beside the program, in each of
+# them.
 set(NEBULEX_LAYOUT "prefix" CACHE STRING "Layout of the install: prefix, debian or portable")
 
 set(NEBULEX_DOC_DIR share/doc/nebulex2)
@@ -13,13 +14,19 @@ set(NEBULEX_ZSH_DIR share/zsh/site-functions)
 if(NEBULEX_LAYOUT STREQUAL "prefix")
   set(NEBULEX_PROGRAM_DIR bin)
   set(NEBULEX_MODEL_DIR lib/nebulex2)
+  set(NEBULEX_LIBRARY_DIR lib)
+  set(NEBULEX_LIBRARY_RPATH "$ORIGIN/../bin")
 elseif(NEBULEX_LAYOUT STREQUAL "debian")
   set(NEBULEX_PROGRAM_DIR lib/nebulex2)
   set(NEBULEX_MODEL_DIR lib/nebulex2)
+  set(NEBULEX_LIBRARY_DIR "lib/${CMAKE_LIBRARY_ARCHITECTURE}")
+  set(NEBULEX_LIBRARY_RPATH "$ORIGIN/../nebulex2")
   set(NEBULEX_ZSH_DIR share/zsh/vendor-completions)
 elseif(NEBULEX_LAYOUT STREQUAL "portable")
   set(NEBULEX_PROGRAM_DIR .)
   set(NEBULEX_MODEL_DIR .)
+  set(NEBULEX_LIBRARY_DIR .)
+  set(NEBULEX_LIBRARY_RPATH "$ORIGIN")
   set(NEBULEX_DOC_DIR .)
 else()
   message(FATAL_ERROR "NEBULEX_LAYOUT is ${NEBULEX_LAYOUT}, not prefix, debian or portable.")

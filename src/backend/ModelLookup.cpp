@@ -21,16 +21,16 @@ bool IsSeparator(char c) {
   return std::find(std::begin(kSeparators), std::end(kSeparators), c) != std::end(kSeparators);
 }
 
-std::string ExecutableDirectory() {
-  return ToUtf8(FromUtf8(ExecutablePath().value_or(std::string())).parent_path());
-}
-
 bool Exists(const std::string& path) {
   std::error_code error;
   return fs::exists(fs::status(FromUtf8(path), error)) && !error;
 }
 
 }  // namespace
+
+std::string ExecutableDirectory() {
+  return ToUtf8(FromUtf8(ExecutablePath().value_or(std::string())).parent_path());
+}
 
 std::string InstallRoot(const std::string& executableDirectory) {
   const std::size_t rootLength = ToUtf8(FromUtf8(executableDirectory).root_path()).size();

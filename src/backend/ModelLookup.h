@@ -8,6 +8,9 @@
 
 namespace project_lumen::backend {
 
+// The folder of the running executable; empty when the system does not tell.
+std::string ExecutableDirectory();
+
 // The parent of a folder, found in the text alone: trailing separators are skipped, then the last
 // component and the separators before it are cut; the root stays ("/usr/bin/" gives "/usr", "/bin"
 // and "/" give "/").

@@ -10,6 +10,7 @@
 #include "backend/ProviderSelection.h"
 #include "backend/RuntimeLog.h"
 #include "backend/SessionRun.h"
+#include "common/OutOfMemory.h"
 #include "common/Platform.h"
 
 namespace project_lumen::backend {
@@ -51,6 +52,14 @@ ProviderPlatform SystemProviderPlatform() {
           RestrictedProcessorCount()};
 }
 
+ProviderPlatform LibraryProviderPlatform() {
+  ProviderPlatform platform = SystemProviderPlatform();
+  const auto module = LoadedModule::FromAddress(platform.runtimeAddress);
+  const auto folder = module ? module->Folder() : std::nullopt;
+  platform.cudaLibraryPresent = folder && IsCudaProviderLibraryIn(*folder);
+  return platform;
+}
+
 OnnxRuntimeBackend::OnnxRuntimeBackend(const std::string& modelPath, int windowSize,
                                        const MessageCallback& messageCallback, bool quiet)
     : OnnxRuntimeBackend(modelPath, windowSize, messageCallback, quiet, SystemProviderPlatform()) {}
@@ -72,6 +81,9 @@ OnnxRuntimeBackend::OnnxRuntimeBackend(const std::string& modelPath, int windowS
     log.SendTo(messageCallback);
   } catch (const std::exception& error) {
     log.SendTo(messageCallback);
+    if (MeansLackOfMemory(error)) {
+      throw;
+    }
     throw std::runtime_error(
         std::string(error.what()) + "\n" +
         DescribeModelContext("ONNX Runtime", "ONNX model", "backend caller", modelPath, {}));

@@ -27,6 +27,10 @@ struct ProviderPlatform {
 // more, its threads would crowd the allowed ones, or run on foreign ones.
 ProviderPlatform SystemProviderPlatform();
 
+// The same for code in a shared library of somebody else's program: the provider library beside
+// ONNX Runtime's own, where that looks for it.
+ProviderPlatform LibraryProviderPlatform();
+
 struct BackendState;
 
 // An active session. It may be used from several threads at once, which take turns, a tile each;
@@ -40,7 +44,8 @@ class OnnxRuntimeBackend {
   // the first one's choice holds for all. The callback also gets what is logged of later tiles, so
   // what it refers to has to outlive the session.
   //
-  // Throws std::runtime_error: the message of what failed, a line feed, and the model context.
+  // Throws std::runtime_error: the message of what failed, a line feed, and the model context; and
+  // std::bad_alloc.
   OnnxRuntimeBackend(const std::string& modelPath, int windowSize,
                      const MessageCallback& messageCallback, bool quiet);
   OnnxRuntimeBackend(const std::string& modelPath, int windowSize,

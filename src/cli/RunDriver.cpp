@@ -5,7 +5,7 @@
 #include <opencv2/core/utils/logger.hpp>
 #include <stdexcept>
 
-#include "cli/FailureText.h"
+#include "common/FailureText.h"
 #include "cli/Nebulex2/Nebulex2Model.h"
 #include "io/files/UnfinishedFiles.h"
 

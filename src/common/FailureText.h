@@ -4,10 +4,10 @@
 #include <exception>
 #include <string>
 
-namespace project_lumen::cli {
+namespace project_lumen {
 
 // The exception's own text; "Not enough memory to process the image." for std::bad_alloc and for
 // OpenCV's exception of the same meaning.
 std::string FailureText(const std::exception& error);
 
-}  // namespace project_lumen::cli
+}  // namespace project_lumen

@@ -1,4 +1,4 @@
-#include "cli/FailureText.h"
+#include "common/FailureText.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <opencv2/core.hpp>
 #include <stdexcept>
 
-namespace project_lumen::cli {
+namespace project_lumen {
 namespace {
 
 constexpr const char* kNoMemory = "Not enough memory to process the image.";
@@ -24,4 +24,4 @@ TEST(FailureText, NamesTheLackOfMemoryWhoeverFeelsIt) {
 }
 
 }  // namespace
-}  // namespace project_lumen::cli
+}  // namespace project_lumen
