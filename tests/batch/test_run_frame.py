@@ -125,6 +125,14 @@ class RunFrame(BatchTest):
                 self.assertFalse(records.status_path(self.state, "held.tif").exists())
                 self.assertEqual(self.result_names(), [])
 
+    def test_a_program_that_ends_by_the_same_signal_first_leaves_no_status(self):
+        # As on Ctrl-C, which reaches both: the program is often gone when its runner hears of it.
+        self.frame("a.tif")
+        self.program.write_text("#!/bin/sh\nsleep 0.1\nkill -INT $PPID\nkill -INT $$\n")
+        for _ in range(20):
+            self.run_frame("a.tif", status=128 + signal.SIGINT)
+        self.assertFalse((self.state / "status" / "a.tif.json").exists())
+
     def test_a_killed_program_is_for_the_engine_to_try_again_until_the_last_attempt(self):
         self.frame("killed_9.tif")
         for attempt in (1, 2):

@@ -214,7 +214,11 @@ def run_program(command, log, allowed):
             raise OSError(error.errno, error.strerror, command[0]) from None
 
         def pass_on(number, _):
-            child.send_signal(number)
+            # Not with the object's own method: that waits for a child that has ended, and its status
+            # would be lost.
+            if child.returncode is None:
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(child.pid, number)
 
         for number in ENDED_FROM_OUTSIDE:
             signal.signal(number, pass_on)
