@@ -2,12 +2,13 @@
 
 import pathlib
 import shutil
+import subprocess
 import tempfile
 import unittest
 
-import batches  # noqa: F401 # makes the package known
+import tifffile
 import yaml
-from batches import BATCH, PROGRAM
+from batches import BATCH, MODELS, PROGRAM, star_field  # also makes the package known
 
 from nebulex_batch import BatchError
 from nebulex_batch.configuration import check_values, read_file, resolve
@@ -42,7 +43,9 @@ class Configuration(unittest.TestCase):
         self.refuse("strde: 4", "unknown key 'strde'")
         self.refuse("threads: 0", "threads: 0 is less than the minimum of 1")
         self.refuse("options: --linear", "options: '--linear' is not of type 'array'")
-        self.refuse("layers: [mask, stars]", "layers[1]: 'stars' is not one of ['mask', 'unscreen']")
+        self.refuse("layers: [mask, stars]", "layers[1]: 'stars' is not one of mask, unscreen")
+        self.refuse("suffix: tif", "suffix: 'tif' is not one of .tif, .tiff, .png, .fit, .fits, .fts, "
+                    ".fit.gz, .fits.gz, .fts.gz")
         self.refuse("exceptions: [{pattern: x, options: [1]}]",
                     "exceptions[0].options[0]: 1 is not of type 'string'")
         self.refuse("[a, b]", "['a', 'b'] is not of type 'object'")
@@ -52,21 +55,58 @@ class Configuration(unittest.TestCase):
             with self.subTest(path=path), self.assertRaises(BatchError) as caught:
                 read_file(path)
             self.assertTrue(str(caught.exception).startswith(f"{path} cannot be read: "))
+        self.assertNotIn("Errno", str(caught.exception))
 
     def resolve(self, **values):
         return resolve({**yaml.safe_load(DEFAULTS.read_text()), "in": "in", "out": "../out",
-                        "program": str(PROGRAM), **values}, "/night")
+                        "program": str(PROGRAM), **values}, str(self.folder))
 
     def test_paths_start_in_the_given_folder(self):
+        model, other = self.folder / "models" / "other.onnx", self.folder / "a.onnx"
+        model.parent.mkdir()
+        model.touch()
+        other.touch()
         batch = self.resolve(options=["-w", "models/other.onnx", "--stride", "128"], exceptions=[
-            {"pattern": "x", "options": ["--weights", "/a.onnx", "--linear"]}])
-        self.assertEqual((batch["in"], batch["out"]), ("/night/in", "/out"))
-        self.assertEqual(batch["options"], ["-w", "/night/models/other.onnx", "--stride", "128"])
-        self.assertEqual(batch["exceptions"][0]["options"], ["--weights", "/a.onnx", "--linear"])
+            {"pattern": "x", "options": ["--weights", str(other), "--linear"]}])
+        self.assertEqual((batch["in"], batch["out"]),
+                         (str(self.folder / "in"), str(self.folder.parent / "out")))
+        self.assertEqual(batch["options"], ["-w", str(model), "--stride", "128"])
+        self.assertEqual(batch["exceptions"][0]["options"], ["--weights", str(other), "--linear"])
 
     def test_a_value_may_begin_with_a_dash(self):
         options = ["--linear", "--shadows-clipping", "-3.1"]
         self.assertEqual(self.resolve(options=options)["options"], options)
+
+    def test_options_with_which_no_frame_could_be_run_are_refused(self):
+        # What the program itself says to each, for every frame: stride is an even whole number from 2
+        # to 512, shadows-clipping is below 0, target-background between 0 and 1.
+        for words, message in (
+                ("--stride", "--stride needs a value."),
+                ("--stride abc", "--stride has to be a whole number, not 'abc'."),
+                ("--stride 64.0", "--stride has to be a whole number, not '64.0'."),
+                ("--stride 0", "--stride has to be at least 2, not 0."),
+                ("--stride 514", "--stride has to be at most 512, not 514."),
+                ("-s 3", "-s has to be even, not 3."),
+                ("--linear --shadows-clipping 0", "--shadows-clipping has to be below 0, not 0."),
+                ("--linear --target-background 0", "--target-background has to be above 0, not 0."),
+                ("--linear --target-background nan", "--target-background has to be a number, not 'nan'."),
+                ("--target-background 0.2", "--target-background needs --linear beside it."),
+                ("--upsample -u", "-u is given twice."),
+                ("Night", "'Night' is no option. Names with spaces need quotes."),
+                ("--weights x.onnx", f"--weights: there is no file {self.folder / 'x.onnx'}."),
+        ):
+            with self.subTest(words=words), self.assertRaises(BatchError) as caught:
+                self.resolve(options=words.split())
+            self.assertEqual(str(caught.exception), "options: " + message)
+            self.assertNotEqual(self.run_program(*words.split()), 0)
+        self.assertEqual(self.run_program("-w", str(MODELS / "identity.onnx"), "--stride", "512"), 0)
+
+    def run_program(self, *options):
+        """The program's status on a frame that has nothing wrong."""
+        frame = self.folder / "frame.tif"
+        tifffile.imwrite(frame, star_field())
+        return subprocess.run([PROGRAM, *options, "-i", frame, "-o", self.folder / "result.tif"],
+                              cwd=self.folder, check=False, capture_output=True).returncode
 
     def test_options_of_exceptions_are_checked_too(self):
         with self.assertRaisesRegex(BatchError, r"exceptions\[0\]\.options: the program has no option"):

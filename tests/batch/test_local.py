@@ -5,7 +5,7 @@ import signal
 import subprocess
 import unittest
 
-from batches import MODELS, PROGRAM, BatchTest, digests
+from batches import BATCH, MODELS, PROGRAM, BatchTest, digests
 from waiting import wait_for
 
 
@@ -78,7 +78,8 @@ class Again(BatchTest):
     def test_failed_frames_are_tried_again_after_retry(self):
         for name in ("a.tif", "bad.tif", "bad_too.tif"):
             self.frame(name)
-        self.run_batch(status=1)
+        said = self.run_batch(status=1).stdout
+        self.assertIn(f"{BATCH / 'retry'} {self.results}\n", said)
         self.assertEqual(self.failed(), {"bad.tif": "This frame is bad.",
                                          "bad_too.tif": "This frame is bad."})
         self.run_batch(status=1)
@@ -308,6 +309,12 @@ class Refused(BatchTest):
         self.frames_before[".hidden.tif"] = b""
         self.refuse(f"There is no frame in {self.source}: no file whose name fits *.xyz",
                     "--pattern", "*.xyz")
+
+    def test_frames_that_are_one_file(self):
+        file = self.frame("a.tif")
+        self.source = file
+        self.refuse(f"Frames are taken from a folder, and this is a file: {file}")
+        self.source = file.parent
 
     def test_results_among_the_frames(self):
         self.frame("a.tif")

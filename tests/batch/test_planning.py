@@ -31,6 +31,13 @@ class Lock(unittest.TestCase):
             with self.assertRaisesRegex(BatchError, r"/out is on a file system without locks \(Function"):
                 lock(self.state)
 
+    def test_a_folder_that_cannot_be_written_to_is_refused(self):
+        place = self.state.parent / "a file"
+        place.touch()
+        with self.assertRaisesRegex(
+                BatchError, r"The folder of the results cannot be written to: .*/a file \(Not a directory"):
+            lock(place / ".state")
+
 
 if __name__ == "__main__":
     unittest.main()

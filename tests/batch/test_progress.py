@@ -36,7 +36,9 @@ class ProgressLine(unittest.TestCase):
         stream = Terminal()
         progress = Progress(stream, 4, lambda: self.now)
         self.end(progress, 1, "done", 100)
-        self.assertEqual(stream.getvalue(), "\r1 of 4 frames done, 0 failed, about 5 min left")
+        # The first line comes when the first frame begins.
+        self.assertEqual(stream.getvalue(), "\r0 of 4 frames done, 0 failed"
+                         "\r1 of 4 frames done, 0 failed, about 5 min left")
         self.end(progress, 2, "failed", 100)
         self.assertTrue(stream.getvalue().endswith("\r1 of 4 frames done, 1 failed, about 3 min left"))
         self.end(progress, 3, "kept", 10)
@@ -55,7 +57,7 @@ class ProgressLine(unittest.TestCase):
         for number in range(20):
             self.end(progress, number, "done", 10)
         lines = stream.getvalue().splitlines()
-        self.assertEqual(len(lines), 8)  # at 10 s, then after 30 s each, and at the end
+        self.assertEqual(len(lines), 8)  # at the start, then after 30 s each, and at the end
         self.assertEqual(lines[-1], "20 of 20 frames done, 0 failed")
 
     def test_other_reports_of_the_engine_count_nothing(self):
@@ -73,7 +75,7 @@ class ProgressLine(unittest.TestCase):
         write_record(pathlib.Path("batch.json"), {"open_frames": 7})
         stream = io.StringIO()
         self.end(Progress(stream, clock=lambda: self.now), 1, "done", 1)
-        self.assertIn("1 of 7 frames", stream.getvalue())
+        self.assertEqual(stream.getvalue(), "0 of 7 frames done, 0 failed\n")
 
     def test_durations(self):
         for seconds, text in ((0.4, "0 s"), (89, "89 s"), (90, "2 min"), (3600, "60 min"),

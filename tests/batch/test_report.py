@@ -136,7 +136,9 @@ class Report(unittest.TestCase):
     def test_summary(self):
         text = report_files.summary_text("/o", {"done": 3, "kept": 0, "failed": 1, "unfinished": 0})
         self.assertEqual(text, "3 frames done, 1 failed. Report: /o/report.html\n"
-                               "Which failed, and why: /o/failed.tsv")
+                               "Which failed, and why: /o/failed.tsv\n"
+                               "To have the failed ones tried again by the next run: "
+                               f"{batches.BATCH / 'retry'} /o")
         text = report_files.summary_text("/o", {"done": 3, "kept": 0, "failed": 0, "unfinished": 0})
         self.assertEqual(text, "3 frames done. Report: /o/report.html")
 

@@ -4,18 +4,14 @@ import json
 import os
 import pathlib
 import shutil
-import subprocess
 
 import jsonschema
 import yaml
 
-from . import BatchError
+from . import BatchError, program_options
 
 SCHEMA = pathlib.Path(__file__).parents[1] / "schemas" / "config.schema.json"
 FOLDERS = ("in", "out")
-
-# What the workflow itself says to the program for each frame.
-OWN_OPTIONS = ("input", "output", "mask", "unscreen")
 
 
 def read_file(path):
@@ -25,7 +21,8 @@ def read_file(path):
         with open(path, encoding="utf-8") as file:
             values = yaml.safe_load(file)
     except (OSError, UnicodeDecodeError, yaml.YAMLError) as error:
-        raise BatchError(f"{path} cannot be read: {error}") from None
+        reason = getattr(error, "strerror", None) or error
+        raise BatchError(f"{path} cannot be read: {reason}") from None
     values = values if values is not None else {}
     _check(values, path, required=False)
     return values
@@ -62,6 +59,9 @@ def _describe(error):
     if error.validator == "required":
         return "; ".join(f"{place}key '{name}' is missing" for name in error.validator_value
                          if name not in error.instance)
+    if error.validator == "enum":
+        allowed = ", ".join(value for value in error.validator_value if value)
+        return f"{place}'{error.instance}' is not one of {allowed}"
     return place + error.message
 
 
@@ -73,10 +73,10 @@ def resolve(values, folder):
         path = os.path.expanduser(values[key])
         resolved[key] = os.path.normpath(os.path.join(folder, path))
     resolved["program"] = find_program(values["program"], folder)
-    known = ask_program(resolved["program"])
-    resolved["options"] = _resolve_options(values["options"], known, folder, "options")
+    known = program_options.ask_program(resolved["program"])
+    resolved["options"] = program_options.resolve(values["options"], known, folder, "options")
     resolved["exceptions"] = [
-        {**exception, "options": _resolve_options(
+        {**exception, "options": program_options.resolve(
             exception["options"], known, folder, f"exceptions[{number}].options")}
         for number, exception in enumerate(values["exceptions"])
     ]
@@ -90,36 +90,3 @@ def find_program(program, folder):
     if found is None:
         raise BatchError(f"program: {program} is not there, or cannot be run.")
     return os.path.abspath(found)
-
-
-def ask_program(program):
-    """The processing options that the program has, each by its flags."""
-    try:
-        answer = subprocess.run([program, "--machine-info"], stdin=subprocess.DEVNULL,
-                                capture_output=True, timeout=60, check=True)
-        options = json.loads(answer.stdout)["options"]
-    except (OSError, subprocess.SubprocessError, ValueError, KeyError) as error:
-        raise BatchError(f"program: {program} does not say what it can do: {error}") from None
-    return {flag: option for option in options if option["mode"] == "processing"
-            for flag in option["flags"]}
-
-
-def _resolve_options(options, known, folder, key):
-    resolved = []
-    words = iter(options)
-    for word in words:
-        option = known.get(word)
-        if option is None:
-            raise BatchError(f"{key}: the program has no option {word} for a run.")
-        if option["name"] in OWN_OPTIONS:
-            raise BatchError(f"{key}: {word} is chosen for each frame; see `suffix` and `layers`.")
-        resolved.append(word)
-        if option["type"] == "boolean":
-            continue
-        value = next(words, None)
-        if value is None:
-            raise BatchError(f"{key}: {word} needs a value.")
-        if option["type"] == "path":
-            value = os.path.normpath(os.path.join(folder, os.path.expanduser(value)))
-        resolved.append(value)
-    return resolved

@@ -69,6 +69,8 @@ def find_frames(folder, patterns):
 
 def check_folders(source, target):
     """Raises BatchError unless frames can come from the one folder and results go to the other."""
+    if os.path.isfile(source):
+        raise BatchError(f"Frames are taken from a folder, and this is a file: {source}")
     if not os.path.isdir(source):
         raise BatchError(f"The folder of the frames does not exist: {source}")
     real_source, real_target = os.path.realpath(source), os.path.realpath(target)

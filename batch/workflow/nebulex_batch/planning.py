@@ -32,7 +32,6 @@ class Plan:
         self.batch = batch
         self.names = check(batch)
         self.state = pathlib.Path(batch["out"], records.STATE_FOLDER)
-        self.state.mkdir(parents=True, exist_ok=True)
         self._lock = lock(self.state)
         self._drop_statuses_that_no_longer_hold()
         opened = sum(not self._status_path(name).exists() for name in self.names)
@@ -71,8 +70,15 @@ class Plan:
 
 def lock(state):
     """Keeps other runs out of a batch. The kernel lets go of it when this process is gone, however
-    it went. Raises BatchError where another run has it, or the file system keeps no locks."""
-    file = open(state / "lock", "a+", encoding="ascii")  # pylint: disable=consider-using-with
+    it went. Makes the folder. Raises BatchError where another run has it, where the folder cannot be
+    written to, or where its file system keeps no locks."""
+    try:
+        state.mkdir(parents=True, exist_ok=True)
+        file = open(state / "lock", "a+", encoding="ascii")  # pylint: disable=consider-using-with
+    except OSError as error:
+        raise BatchError(
+            f"The folder of the results cannot be written to: {state.parent} ({error.strerror})."
+        ) from None
     try:
         _take(file, state)
     except BatchError:

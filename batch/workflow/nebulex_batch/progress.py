@@ -19,10 +19,11 @@ class Progress:
 
     def __init__(self, stream, total=None, clock=time.monotonic):
         self.stream = stream
-        self.total = total  # read when the first frame ends unless given
+        self.total = total  # read when the first frame begins unless given
         self.clock = clock
         self.started = clock()
         self.last_line = None
+        self.is_begun = False
         self.statuses = {}
         self.ended = self.failed = self.width = 0
 
@@ -31,13 +32,20 @@ class Progress:
         level = message["level"]
         if level == "job_info" and message["name"] == "starless":
             self.statuses[message["jobid"]] = message["output"][0]
+            if not self.is_begun:
+                self.begin()
         elif level == "job_finished" and message["jobid"] in self.statuses:
             status = records.read_record(self.statuses.pop(message["jobid"])) or {}
             self.ended += 1
             self.failed += status.get("outcome") == "failed"
-            if self.total is None:
-                self.total = records.read_record(pathlib.Path(records.BATCH_FILE))["open_frames"]
             self.show()
+
+    def begin(self):
+        """Says that the first frame has begun, which may take minutes."""
+        self.is_begun = True
+        if self.total is None:
+            self.total = records.read_record(pathlib.Path(records.BATCH_FILE))["open_frames"]
+        self.show()
 
     def text(self):
         left = self.total - self.ended

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shlex
 import tempfile
 
 from . import BatchError
@@ -12,6 +13,7 @@ MARKS = {
     REPORT: "<!-- written by nebulex2's batch -->",
     FAILED: "# written by nebulex2's batch",
 }
+RETRY = pathlib.Path(__file__).resolve().parents[2] / "retry"
 
 
 def check(folder):
@@ -55,4 +57,6 @@ def summary_text(folder, counts):
     text = ", ".join(parts) + f". Report: {pathlib.Path(folder, REPORT)}"
     if counts["failed"] + counts["unfinished"]:
         text += f"\nWhich failed, and why: {pathlib.Path(folder, FAILED)}"
+    if counts["failed"]:
+        text += f"\nTo have the failed ones tried again by the next run: {RETRY} {shlex.quote(str(folder))}"
     return text
