@@ -16,15 +16,18 @@ SBIN = os.environ.get("PATH", "") + ":/usr/sbin:/sbin"
 TOOLS = ("munged", "slurmctld", "slurmd", "sbatch", "scontrol", "unshare", "nsenter", "setpriv", "pkill")
 
 # The node's processes live in a name space of their own, so that one kill is a power cut. Its first
-# process ignores the ends of its children: else those that lose their parents would stay as zombies,
-# and slurmd would take their jobs for running.
+# process waits for all that lose their parents: else they would stay as zombies, and slurmd would take
+# their jobs for running.
 NAME_SPACE = "unshare", "--pid", "--fork", "--kill-child", "--mount-proc"
 FIRST_PROCESS = """
-import signal
-signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+import contextlib, os, signal
+signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGCHLD})
 open("power", "w").close()
 while True:
-    signal.pause()
+    signal.sigwait({signal.SIGCHLD})
+    with contextlib.suppress(ChildProcessError):
+        while os.waitpid(-1, os.WNOHANG)[0]:
+            pass
 """
 
 # Times are long because a busy machine may need them: a job that is not there in time is given up and
@@ -152,6 +155,13 @@ class SlurmNode:
         """What Slurm knows about all jobs, in the order of their submission."""
         return sorted((job for job in self._show("job") if "JobId" in job),
                       key=lambda job: int(job["JobId"]))
+
+    def processor_seconds(self):
+        """What the jobs that have ended took of the processor since the node was switched on."""
+        name_space = str(self.daemons["name space"].pid)
+        first = subprocess.run(["pgrep", "-P", name_space], capture_output=True, text=True, check=True)
+        fields = pathlib.Path("/proc", first.stdout.strip(), "stat").read_text().rsplit(")", 1)[1].split()
+        return sum(int(ticks) for ticks in fields[13:15]) / os.sysconf("SC_CLK_TCK")
 
     def _show(self, *what):
         """What Slurm knows about nodes or jobs, a dictionary for each."""
