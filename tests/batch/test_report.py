@@ -139,6 +139,10 @@ class Report(unittest.TestCase):
                                "Which failed, and why: /o/failed.tsv\n"
                                "To have the failed ones tried again by the next run: "
                                f"{batches.BATCH / 'retry'} /o")
+        text = report_files.summary_text("/o", {"done": 1, "kept": 0, "failed": 0, "unfinished": 2})
+        self.assertEqual(text, "1 frame done, 2 not finished. Report: /o/report.html\n"
+                               "Which failed, and why: /o/failed.tsv\n"
+                               "The same command goes on with those that are not finished.")
         text = report_files.summary_text("/o", {"done": 3, "kept": 0, "failed": 0, "unfinished": 0})
         self.assertEqual(text, "3 frames done. Report: /o/report.html")
 

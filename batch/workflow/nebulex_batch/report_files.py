@@ -57,6 +57,8 @@ def summary_text(folder, counts):
     text = ", ".join(parts) + f". Report: {pathlib.Path(folder, REPORT)}"
     if counts["failed"] + counts["unfinished"]:
         text += f"\nWhich failed, and why: {pathlib.Path(folder, FAILED)}"
+    if counts["unfinished"]:
+        text += "\nThe same command goes on with those that are not finished."
     if counts["failed"]:
         text += f"\nTo have the failed ones tried again by the next run: {RETRY} {shlex.quote(str(folder))}"
     return text

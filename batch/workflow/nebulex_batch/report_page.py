@@ -9,6 +9,7 @@ from .words import duration, frame_count
 MOST_ROWS = 1000
 MOST_FRAMES_NAMED = 50
 BARS = 24
+LONGEST_IN_SECONDS = 600
 
 STYLE = """
 body { font: 16px/1.5 system-ui, sans-serif; max-width: 62rem; margin: 2rem auto; padding: 0 1rem;
@@ -138,12 +139,17 @@ def _distributions(done):
     asked_memory = max(status["asked"]["mem_mb"] for status in done)
     return (
         "<h2>Time and memory of a frame</h2>"
-        + _histogram(seconds, asked_seconds, duration)
+        + _histogram(seconds, asked_seconds, _tick_label(asked_seconds))
         + _histogram(memory, asked_memory, lambda value: f"{value:.0f} MB")
         + f"<p class=note>{duration(sum(seconds))} of running in all. The most that was asked for a frame "
         f"was {duration(asked_seconds)} and {asked_memory} MB; the most that one took was "
         f"{duration(max(seconds))} and {max(memory):.0f} MB.</p>"
     )
+
+
+def _tick_label(most_s):
+    """What writes durations so that the quarters of the longest one differ."""
+    return duration if most_s > LONGEST_IN_SECONDS else lambda seconds: f"{seconds:.0f} s"
 
 
 def _histogram(values, asked, label):
