@@ -5,7 +5,7 @@ import signal
 import subprocess
 import unittest
 
-from batches import BATCH, MODELS, PROGRAM, BatchTest, digests
+from batches import BATCH, MODELS, PROGRAM, TIMEOUT_S, BatchTest, digests
 from waiting import wait_for
 
 
@@ -156,7 +156,7 @@ class OthersFiles(BatchTest):
         wait_for(lambda: self.starts("held.tif"), "the frame's start")
         self.others("held.tif", b"just now", 0)
         (self.folder / "gate").touch()
-        self.assertEqual(run.wait(60), 1)
+        self.assertEqual(run.wait(TIMEOUT_S), 1)
         self.assertEqual((self.results / "held.tif").read_bytes(), b"just now")
         self.assertIn("has appeared", self.failed()["held.tif"])
 
@@ -231,13 +231,13 @@ class Killed(BatchTest):
 
     def test_goes_on_after_the_power_was_cut(self):
         run, before = self.interrupt(signal.SIGKILL, lambda run, number: os.killpg(run.pid, number))
-        run.wait(60)
+        run.wait(TIMEOUT_S)
         self.assertFalse((self.results / "held.tif").exists())
         self.finish(before)
 
     def test_goes_on_after_an_interrupt(self):
         run, before = self.interrupt(signal.SIGINT, lambda run, number: os.killpg(run.pid, number))
-        said, _ = run.communicate(timeout=60)
+        said, _ = run.communicate(timeout=TIMEOUT_S)
         self.assertNotEqual(run.returncode, 0)
         self.assertIn("2 frames done, 1 not finished", said)
         self.assertEqual(set(self.failed()), {"held.tif"})
@@ -250,7 +250,7 @@ class Killed(BatchTest):
             os.kill(int(children.stdout.split()[0]), number)
 
         run, before = self.interrupt(signal.SIGKILL, kill_engine)
-        run.wait(60)
+        run.wait(TIMEOUT_S)
         # The frame's own process goes on, and the next run waits for it instead of a second one.
         self.finish(before)
         self.assertEqual(self.starts("held.tif"), 1)
@@ -264,7 +264,7 @@ class Killed(BatchTest):
 
         run, before = self.interrupt(signal.SIGKILL, kill_runner)
         (self.folder / "gate").touch()
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(TIMEOUT_S), 0)
         self.finish(before)
         self.assertEqual(self.starts("held.tif"), 2)
 
@@ -277,7 +277,7 @@ class OneAtATime(BatchTest):
         completed = self.run_batch(status=1)
         self.assertIn("Another run is at work", completed.stderr)
         (self.folder / "gate").touch()
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(TIMEOUT_S), 0)
 
 
 @unittest.skipIf(len(os.sched_getaffinity(0)) < 2, "there is one processor only")
@@ -290,7 +290,7 @@ class Processors(BatchTest):
         found = subprocess.run(["pgrep", "-f", f"sh {self.program}"], capture_output=True, check=True)
         allowed = [os.sched_getaffinity(int(number)) for number in found.stdout.split()]
         (self.folder / "gate").touch()
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(TIMEOUT_S), 0)
         self.assertEqual([len(one) for one in allowed], [1, 1])
         self.assertNotEqual(*allowed)
 
