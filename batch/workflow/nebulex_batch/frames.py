@@ -54,7 +54,10 @@ def find_frames(folder, patterns):
     Raises BatchError where a folder cannot be read: frames would be missing without a word."""
 
     def give_up(error):
-        raise BatchError(f"{error.filename} cannot be read: {error.strerror}.")
+        raise BatchError(
+            f"{error.filename} cannot be read ({error.strerror}), and frames in it would be missing. "
+            "Make it readable, or move it away."
+        )
 
     found = []
     for parent, folders, files in os.walk(folder, onerror=give_up):
