@@ -126,6 +126,13 @@ def fails_at_run():
     return model(nodes, constants, output_shape=["samples"])
 
 
+def slow():
+    """Many steps that are not much each."""
+    names = ["input", *(f"step{i}" for i in range(120)), "output"]
+    nodes = [node("Sin", [before], after) for before, after in zip(names[:-2], names[1:-1])]
+    return model([*nodes, node("Min", [names[-2], "input"])])
+
+
 def fails_on_tiles():
     """Hands a tile through whose samples are all 0.125 and fails on any other."""
     nodes = [node("Sub", ["input", "warmup"], "difference"),
@@ -147,6 +154,8 @@ MODELS = {
     "zero": lambda: filled(0.0),
     "slightly_dimmer": lambda: with_constant("Mul", 0.9999),
     "dimmer": lambda: with_constant("Min", 0.4),
+    "colours": lambda: with_constant("Mul", [0.9, 0.8, 0.7]),
+    "slow": slow,
     "brighter": lambda: with_constant("Mul", 1.5),
     "half_payload": half_payload,
     "nan_output": lambda: filled(float("nan")),
