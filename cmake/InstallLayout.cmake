@@ -1,8 +1,8 @@
 # Where installed files go. NEBULEX_LAYOUT is one of
 #
 #   prefix     bin/ and lib/nebulex2/, for cmake --install
-#   debian     the program's files together in lib/nebulex2/ and a link in bin/, for the .deb: no
-#              library lies in a folder for programs
+#   debian     the program, ONNX Runtime and the network together in lib/nebulex2/ and a link in
+#              bin/, for the .deb packages: no library lies in a folder for programs
 #   portable   everything in one folder, for the archive that runs from anywhere
 #
 # Program and library find the network and ONNX Runtime, which lies beside the program, in each of
@@ -15,17 +15,20 @@ if(NEBULEX_LAYOUT STREQUAL "prefix")
   set(NEBULEX_PROGRAM_DIR bin)
   set(NEBULEX_MODEL_DIR lib/nebulex2)
   set(NEBULEX_LIBRARY_DIR lib)
+  set(NEBULEX_DEVELOPMENT_DIR lib)
   set(NEBULEX_LIBRARY_RPATH "$ORIGIN/../bin")
 elseif(NEBULEX_LAYOUT STREQUAL "debian")
   set(NEBULEX_PROGRAM_DIR lib/nebulex2)
   set(NEBULEX_MODEL_DIR lib/nebulex2)
   set(NEBULEX_LIBRARY_DIR "lib/${CMAKE_LIBRARY_ARCHITECTURE}")
+  set(NEBULEX_DEVELOPMENT_DIR "${NEBULEX_LIBRARY_DIR}")
   set(NEBULEX_LIBRARY_RPATH "$ORIGIN/../nebulex2")
   set(NEBULEX_ZSH_DIR share/zsh/vendor-completions)
 elseif(NEBULEX_LAYOUT STREQUAL "portable")
   set(NEBULEX_PROGRAM_DIR .)
   set(NEBULEX_MODEL_DIR .)
   set(NEBULEX_LIBRARY_DIR .)
+  set(NEBULEX_DEVELOPMENT_DIR lib)
   set(NEBULEX_LIBRARY_RPATH "$ORIGIN")
   set(NEBULEX_DOC_DIR .)
 else()

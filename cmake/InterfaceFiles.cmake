@@ -1,3 +1,15 @@
+# nebulex_compress(FILE COMPRESSED)
+#
+# Makes a gzip file as Debian wants it: as small as can be, the same at every build.
+function(nebulex_compress file compressed)
+  add_custom_command(
+    OUTPUT "${compressed}"
+    COMMAND gzip -9nc "${file}" > "${compressed}"
+    DEPENDS "${file}"
+    COMMENT "Compressing ${file}"
+    VERBATIM)
+endfunction()
+
 # nebulex_interface_files(TARGET)
 #
 # Makes and installs the manual page and the shell completions of the executable TARGET. They are
@@ -23,6 +35,11 @@ function(nebulex_interface_files target)
 
   if(NEBULEX_LAYOUT STREQUAL "portable")
     return() # no folder to be found in
+  endif()
+  if(NEBULEX_LAYOUT STREQUAL "debian")
+    nebulex_compress("${man}" "${man}.gz")
+    add_custom_target(${target}_manual ALL DEPENDS "${man}.gz")
+    set(man "${man}.gz")
   endif()
   install(FILES "${man}" DESTINATION share/man/man1 COMPONENT Program)
   install(FILES "${bash}" DESTINATION share/bash-completion/completions COMPONENT Program)

@@ -3,6 +3,9 @@
 # Installs the shared library TARGET with what other programs need to use it: headers, a pkg-config
 # file, and a CMake package whose target is Nebulex::nebulex. It finds ONNX Runtime and the network
 # wherever the tree is moved to.
+#
+# What installs has a component: Program, Library (what program and library need to run) or
+# Development.
 include(CMakePackageConfigHelpers)
 
 function(nebulex_library_package target)
@@ -11,8 +14,8 @@ function(nebulex_library_package target)
     INSTALL_RPATH "${NEBULEX_LIBRARY_RPATH}")
   add_dependencies(${target} nebulex2_runtime nebulex_model)
 
-  set(package "${NEBULEX_LIBRARY_DIR}/cmake/Nebulex")
-  set(pkgconfig "${NEBULEX_LIBRARY_DIR}/pkgconfig")
+  set(package "${NEBULEX_DEVELOPMENT_DIR}/cmake/Nebulex")
+  set(pkgconfig "${NEBULEX_DEVELOPMENT_DIR}/pkgconfig")
   set(generated "${PROJECT_BINARY_DIR}/package")
   install(TARGETS ${target} EXPORT NebulexTargets
     LIBRARY DESTINATION "${NEBULEX_LIBRARY_DIR}"

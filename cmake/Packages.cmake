@@ -1,5 +1,5 @@
-# The packages that cpack makes: a .deb in the layout debian, a .tar.gz in the layout portable. What
-# they hold besides the program: licences, notices and, in the archive, the libraries.
+# The packages that cpack makes: .deb files in the layout debian, a .tar.gz in the layout portable.
+# What they hold besides program and library: licences, notices and, in the archive, the libraries.
 #
 # Included last, when everything else that gets installed is known.
 cmake_path(GET ONNXRuntime_LIBRARY PARENT_PATH onnxruntime_root)
@@ -7,31 +7,32 @@ cmake_path(GET onnxruntime_root PARENT_PATH onnxruntime_root)
 set(packaging "${PROJECT_SOURCE_DIR}/packaging")
 set(tclap_licence /usr/share/doc/libtclap-dev/copyright)
 
-if(NOT NEBULEX_LAYOUT STREQUAL "prefix")
+# The licences of what a component brings along.
+function(nebulex_install_notices component folder)
   install(FILES "${PROJECT_SOURCE_DIR}/THIRD_PARTY_NOTICES.md"
-    DESTINATION "${NEBULEX_DOC_DIR}" RENAME THIRD_PARTY_NOTICES.txt COMPONENT Program)
+    DESTINATION "${folder}" RENAME THIRD_PARTY_NOTICES.txt COMPONENT ${component})
+endfunction()
+
+function(nebulex_install_onnxruntime_licences component folder)
   # As scripts/fetch-onnxruntime leaves them, or as an official release has them.
   install(DIRECTORY "${onnxruntime_root}/licenses/"
-    DESTINATION "${NEBULEX_DOC_DIR}/licenses" COMPONENT Program OPTIONAL)
+    DESTINATION "${folder}/licenses" COMPONENT ${component} OPTIONAL)
   install(FILES "${onnxruntime_root}/LICENSE" "${onnxruntime_root}/ThirdPartyNotices.txt"
-    DESTINATION "${NEBULEX_DOC_DIR}/licenses/onnxruntime" COMPONENT Program OPTIONAL)
-  install(FILES "${tclap_licence}"
-    DESTINATION "${NEBULEX_DOC_DIR}/licenses/tclap" COMPONENT Program)
-endif()
+    DESTINATION "${folder}/licenses/onnxruntime" COMPONENT ${component} OPTIONAL)
+endfunction()
+
+function(nebulex_install_tclap_licence component folder)
+  install(FILES "${tclap_licence}" DESTINATION "${folder}/licenses/tclap" COMPONENT ${component})
+endfunction()
 
 if(NEBULEX_LAYOUT STREQUAL "debian")
-  install(CODE "
-    file(MAKE_DIRECTORY \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin\")
-    file(CREATE_LINK ../lib/nebulex2/nebulex2
-      \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin/nebulex2\" SYMBOLIC)"
-    COMPONENT Program)
-  install(FILES "${packaging}/debian-copyright"
-    DESTINATION "${NEBULEX_DOC_DIR}" RENAME copyright COMPONENT Program)
-  install(FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
-    DESTINATION "${NEBULEX_DOC_DIR}" COMPONENT Program)
+  include(DebianPackages)
 endif()
 
 if(NEBULEX_LAYOUT STREQUAL "portable")
+  nebulex_install_notices(Program .)
+  nebulex_install_onnxruntime_licences(Library .)
+  nebulex_install_tclap_licence(Program .)
   install(FILES "${packaging}/README.txt" DESTINATION . COMPONENT Program)
   install(FILES "${PROJECT_SOURCE_DIR}/LICENSE"
     DESTINATION . RENAME LICENSE.txt COMPONENT Program)
@@ -44,6 +45,7 @@ if(NEBULEX_LAYOUT STREQUAL "portable")
   # A library that was brought along finds those that it needs itself only by the older kind of
   # search path, which counts for all that is loaded.
   target_link_options(nebulex2 PRIVATE LINKER:--disable-new-dtags)
+  target_link_options(nebulex PRIVATE LINKER:--disable-new-dtags)
   install(CODE "
     set(program \"$<TARGET_FILE:nebulex2>\")
     set(build \"${PROJECT_BINARY_DIR}\")
@@ -57,7 +59,6 @@ set(CPACK_PACKAGE_VENDOR "The nebulex2 developers")
 set(CPACK_PACKAGE_CONTACT "The nebulex2 developers <developers@nebulex2.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "take the stars out of astronomical images")
 set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_CMAKE_PROJECTS "${PROJECT_BINARY_DIR};nebulex2;Program;/")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 
 if(NEBULEX_LAYOUT STREQUAL "portable")
@@ -67,17 +68,5 @@ if(NEBULEX_LAYOUT STREQUAL "portable")
   # The folder in the archive is nebulex2/, whatever the archive is called.
   set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
   set(CPACK_PACKAGING_INSTALL_PREFIX "/nebulex2")
-else()
-  set(CPACK_GENERATOR DEB)
-  set(CPACK_PACKAGING_INSTALL_PREFIX "/usr")
-  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-  set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
-  set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"Removes the stars from astronomical images with a neural network, and writes
-the image without stars and, on request, the stars themselves as a mask and as
-a layer. Reads and writes TIFF, PNG and FITS, stretched or linear. The network
-and ONNX Runtime, which runs it on the processor, are part of the package.")
 endif()
 include(CPack)

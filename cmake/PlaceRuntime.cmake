@@ -56,5 +56,5 @@ function(nebulex_place_runtime target)
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN")
   install(TARGETS ${target} RUNTIME DESTINATION "${NEBULEX_PROGRAM_DIR}" COMPONENT Program)
-  install(FILES ${placed_libraries} DESTINATION "${NEBULEX_PROGRAM_DIR}" COMPONENT Program)
+  install(FILES ${placed_libraries} DESTINATION "${NEBULEX_PROGRAM_DIR}" COMPONENT Library)
 endfunction()

@@ -54,6 +54,9 @@ TEST(HostProcess, KeepsItsSignalHandlersAndItsStandardError) {
   EXPECT_EQ(SignalHandlers(), before);
 }
 
+// The sanitizers hold memory of their own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
 // Resident memory, in bytes.
 std::size_t ResidentBytes() {
   std::ifstream file("/proc/self/statm");
@@ -62,8 +65,6 @@ std::size_t ResidentBytes() {
   file >> all >> resident;
   return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
 TEST(HostProcess, HoldsNoMoreMemoryAfterAThousandImages) {
   const Model model = OpenModel("identity");
