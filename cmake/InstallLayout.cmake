@@ -4,10 +4,11 @@
 #   debian     the program, ONNX Runtime and the network together in lib/nebulex2/ and a link in
 #              bin/, for the .deb packages: no library lies in a folder for programs
 #   portable   everything in one folder, for the archive that runs from anywhere
+#   wheel      everything in the folder of the Python package, for pip
 #
 # Program and library find the network and ONNX Runtime, which lies beside the program, in each of
 # them.
-set(NEBULEX_LAYOUT "prefix" CACHE STRING "Layout of the install: prefix, debian or portable")
+set(NEBULEX_LAYOUT "prefix" CACHE STRING "Layout of the install: prefix, debian, portable or wheel")
 
 set(NEBULEX_DOC_DIR share/doc/nebulex2)
 set(NEBULEX_ZSH_DIR share/zsh/site-functions)
@@ -31,6 +32,11 @@ elseif(NEBULEX_LAYOUT STREQUAL "portable")
   set(NEBULEX_DEVELOPMENT_DIR lib)
   set(NEBULEX_LIBRARY_RPATH "$ORIGIN")
   set(NEBULEX_DOC_DIR .)
+elseif(NEBULEX_LAYOUT STREQUAL "wheel")
+  set(NEBULEX_PROGRAM_DIR nebulex)
+  set(NEBULEX_MODEL_DIR nebulex)
+  set(NEBULEX_LIBRARY_DIR nebulex)
+  set(NEBULEX_LIBRARY_RPATH "$ORIGIN")
 else()
-  message(FATAL_ERROR "NEBULEX_LAYOUT is ${NEBULEX_LAYOUT}, not prefix, debian or portable.")
+  message(FATAL_ERROR "NEBULEX_LAYOUT is ${NEBULEX_LAYOUT}, not prefix, debian, portable or wheel.")
 endif()
