@@ -50,6 +50,11 @@ double ChannelMedian(std::vector<T>& values) {
   return values.size() % 2 != 0 ? middle : static_cast<double>(found.below) / 2.0 + middle / 2.0;
 }
 
+void ChooseTransfer(MtfChannelStats& stats, double shadowsClipping, double targetBackground) {
+  stats.shadows = ShadowsPoint(stats.median, stats.normalizedMad, shadowsClipping);
+  stats.midtones = MtfForward(targetBackground, stats.median - stats.shadows);
+}
+
 template <typename T>
 MtfChannelStats MeasureChannel(std::vector<T>& samples, double shadowsClipping,
                                double targetBackground) {
@@ -60,8 +65,7 @@ MtfChannelStats MeasureChannel(std::vector<T>& samples, double shadowsClipping,
   stats.median = ChannelMedian(samples);
   ReplaceByDeviations(samples, stats.median);
   stats.normalizedMad = ChannelMedian(samples) * kMadNormalization;
-  stats.shadows = ShadowsPoint(stats.median, stats.normalizedMad, shadowsClipping);
-  stats.midtones = MtfForward(targetBackground, stats.median - stats.shadows);
+  ChooseTransfer(stats, shadowsClipping, targetBackground);
   return stats;
 }
 

@@ -24,10 +24,13 @@ struct MtfChannelStats {
 template <typename T>
 double ChannelMedian(std::vector<T>& values);
 
-// Statistics of a channel's samples, float or double, and the transfer chosen from them:
+// Chooses the transfer from the median and the deviation that `stats` holds:
 //   shadows = median + shadowsClipping * normalizedMad within [0, 1]; 0 when the deviation is 0
 //   midtones = MtfForward(targetBackground, median - shadows)
-// The list is used up: it is reordered, and its samples are replaced. Throws like ChannelMedian.
+void ChooseTransfer(MtfChannelStats& stats, double shadowsClipping, double targetBackground);
+
+// Statistics of a channel's samples, float or double, and the transfer chosen from them. The list
+// is used up: it is reordered, and its samples are replaced. Throws like ChannelMedian.
 template <typename T>
 MtfChannelStats MeasureChannel(std::vector<T>& samples, double shadowsClipping,
                                double targetBackground);
