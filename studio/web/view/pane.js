@@ -1,0 +1,184 @@
+import { LayerStack } from "./layer-stack.js";
+import { makeViewer, point, rectangle } from "./openseadragon.js";
+
+const ZOOM_STEP = 1.4;
+const PAN_PART = 0.15;
+
+/** One viewer of OpenSeadragon with its layers. Coordinates are pixels of the whole image. */
+export class Pane {
+  /**
+   * @param {HTMLElement} container
+   * @param {number} tileSize
+   * @param {string} label of what is shown, for screen readers
+   * @param {function(): void} changed called when layers have been loaded, shown or taken away
+   */
+  constructor(container, tileSize, label, changed) {
+    this.container = container;
+    this.viewer = makeViewer({
+      element: container,
+      drawer: "canvas",
+      showNavigationControl: false,
+      prefixUrl: "/vendor/",
+      maxImageCacheCount: 700,
+      imageLoaderLimit: 6,
+      maxZoomPixelRatio: 32,
+      minZoomImageRatio: 0.5,
+      visibilityRatio: 0.2,
+      preserveImageSizeOnResize: true,
+      animationTime: matchMedia("(prefers-reduced-motion: reduce)").matches ? 0 : 0.35,
+      springStiffness: 9,
+      gestureSettingsMouse: { clickToZoom: false, dblClickToZoom: true, flickEnabled: false },
+      timeout: 120000,
+      tileRetryMax: 1,
+    });
+    this.stack = new LayerStack(this.viewer, tileSize, changed);
+    this.image = null;
+    this.label(label);
+    // The page has keys of its own, which a screen reader's user finds in the list of shortcuts.
+    this.viewer.addHandler("canvas-key", (event) => {
+      event.preventDefaultAction = true;
+      event.preventVerticalPan = true;
+      event.preventHorizontalPan = true;
+    });
+    this.viewer.addHandler("viewport-change", () => this.sharpen());
+    this.viewer.world.addHandler("add-item", () => this.placeFirst());
+  }
+
+  label(text) {
+    const canvas = this.viewer.canvas;
+    canvas.setAttribute("role", "application");
+    canvas.setAttribute("aria-roledescription", "image viewer");
+    canvas.setAttribute("aria-label", text);
+  }
+
+  /**
+   * Shows layers of an image; another image than before is shown whole.
+   *
+   * @param {Object} image
+   * @param {import("./scene.js").SceneLayer[]} layers
+   */
+  show(image, layers) {
+    const key = `${image.id} ${image.source_revision} ${image.width} ${image.height}`;
+    if (this.image?.key !== key) {
+      this.stack.clear();
+      this.unplaced = this.image?.id !== image.id;
+      this.image = { key, id: image.id, width: image.width, height: image.height };
+    }
+    this.stack.show(layers, image.width);
+  }
+
+  /** Takes everything away. */
+  clear() {
+    this.image = null;
+    this.stack.clear();
+  }
+
+  // The viewer knows where an image lies only when its first layer is there.
+  placeFirst() {
+    if (this.unplaced) {
+      this.unplaced = false;
+      if (this.pendingView) {
+        this.follow(this.pendingView);
+      } else {
+        this.fit(true);
+      }
+    }
+  }
+
+  /** Screen pixels for each pixel of the image, at the end of a running animation or now. */
+  scale(now = true) {
+    const zoom = this.viewer.viewport.getZoom(now);
+    return (zoom * this.viewer.viewport.getContainerSize().x) / this.image.width;
+  }
+
+  /** Shows pixels as pixels from 1:1 on. */
+  sharpen() {
+    if (this.image) {
+      const smooth = this.scale() * devicePixelRatio < 0.999;
+      if (smooth !== this.smooth) {
+        this.smooth = smooth;
+        this.viewer.drawer.setImageSmoothingEnabled(smooth);
+      }
+    }
+  }
+
+  fit(immediately = false) {
+    if (this.image) {
+      const { width, height } = this.image;
+      this.viewer.viewport.fitBounds(rectangle(0, 0, 1, height / width), immediately);
+    }
+  }
+
+  oneToOne() {
+    this.zoomTo(1 / devicePixelRatio);
+  }
+
+  zoomTo(scale) {
+    if (this.image) {
+      const { viewport } = this.viewer;
+      viewport.zoomTo((scale * this.image.width) / viewport.getContainerSize().x);
+      viewport.applyConstraints();
+    }
+  }
+
+  zoomIn() {
+    this.zoomTo(this.image ? this.scale(false) * ZOOM_STEP : 1);
+  }
+
+  zoomOut() {
+    this.zoomTo(this.image ? this.scale(false) / ZOOM_STEP : 1);
+  }
+
+  /**
+   * Moves the view.
+   *
+   * @param {number} right -1, 0 or 1
+   * @param {number} down -1, 0 or 1
+   */
+  pan(right, down) {
+    if (this.image) {
+      const bounds = this.viewer.viewport.getBounds();
+      const step = point(right * bounds.width * PAN_PART, down * bounds.height * PAN_PART);
+      this.viewer.viewport.panBy(step);
+      this.viewer.viewport.applyConstraints();
+    }
+  }
+
+  /** The part of the plane that is in view, in pixels of the image; may reach beyond it. */
+  bounds() {
+    const { x, y, width, height } = this.viewer.viewport.getBounds(true);
+    const { width: unit } = this.image;
+    return { x: x * unit, y: y * unit, width: width * unit, height: height * unit };
+  }
+
+  /**
+   * Where a point of the pane lies.
+   *
+   * @param {number} x pixels from the pane's left edge
+   * @param {number} y pixels from its upper edge
+   * @returns {{x: number, y: number}} in pixels of the image, with fractions
+   */
+  imagePoint(x, y) {
+    const { x: across, y: down } = this.viewer.viewport.pointFromPixel(point(x, y), true);
+    return { x: across * this.image.width, y: down * this.image.width };
+  }
+
+  /** Centre and zoom, for {@link follow}. */
+  view() {
+    const { viewport } = this.viewer;
+    return { center: viewport.getCenter(true), zoom: viewport.getZoom(true) };
+  }
+
+  /**
+   * Takes the view of another pane of the same size.
+   *
+   * @param {{center: Object, zoom: number}} view
+   */
+  follow(view) {
+    this.pendingView = view;
+    if (this.image && !this.unplaced) {
+      this.viewer.viewport.zoomTo(view.zoom, null, true);
+      this.viewer.viewport.panTo(view.center, true);
+    }
+  }
+}
