@@ -45,7 +45,7 @@ export function rowFor(rows, message) {
  */
 export function pieces(markdown) {
   const found = [];
-  const marks = /`([^`]+)`|\*\*([^*]+)\*\*|\*([^*]+)\*|\[((?:[^\]\\]|\\.)+)\]\([^)]*\)/g;
+  const marks = /`([^`]+)`|(?<!\\)\*\*([^*]+)\*\*|(?<!\\)\*([^*]+)(?<!\\)\*|\[((?:[^\]\\]|\\.)+)\]\([^)]*\)/g;
   let end = 0;
   for (const match of markdown.matchAll(marks)) {
     push(found, "text", markdown.slice(end, match.index));
@@ -75,7 +75,7 @@ function tableCells(line) {
 function pattern(cell) {
   const words = cell
     .replace(/^`\[\w+\]`\s*/, "")
-    .replace(/\*[^*]+\*/g, "...")
+    .replace(/(?<!\\)\*[^*]+(?<!\\)\*/g, "...")
     .split("...")
     .map((part) => plain(part).toLowerCase().replace(/[()]+$/, "").trim())
     .filter((part) => part.length > 1);

@@ -2,12 +2,22 @@ import { element } from "../dom/element.js";
 import { explain } from "../help/guide-dialog.js";
 
 /**
- * Warnings and errors of a run, word for word, each with a way to what it means.
+ * Shows warnings and errors of a run in a list, word for word, each with a way to what it means.
  *
- * @param {Object[]} messages as the server sends them
- * @returns {HTMLElement[]} list items
+ * @param {HTMLElement} list
+ * @returns {function(Object[]|undefined): void} takes the messages as the server sends them
  */
-export function messageList(messages) {
+export function messageView(list) {
+  let shown;
+  return (messages) => {
+    if (messages !== shown) {
+      shown = messages;
+      list.replaceChildren(...items(messages ?? []));
+    }
+  };
+}
+
+function items(messages) {
   return messages
     .filter((message) => message.kind === "warning" || message.kind === "error")
     .map((message) =>

@@ -4,7 +4,7 @@ import { openFiles } from "../open/opening.js";
 import { stopJob, tryIt } from "../run/commands.js";
 import { isEnded } from "../state/selectors.js";
 import { jobProgress } from "../text/format.js";
-import { messageList } from "./messages.js";
+import { messageView } from "./messages.js";
 
 /**
  * The queue: what runs, what waits, what has ended.
@@ -28,7 +28,7 @@ export function connectQueuePanel(store) {
           cards.set(job.id, jobCard(store, job.id));
         }
         const card = cards.get(job.id);
-        card.show(job, messages[job.id] ?? []);
+        card.show(job, messages[job.id]);
         return card.node;
       });
       replaceChildrenInPlace(byId("jobs"), nodes);
@@ -90,7 +90,7 @@ function jobCard(store, id) {
     files,
     element("div", { class: "buttons" }, open, stop, remove),
   );
-  let lastMessages = null;
+  const showMessages = messageView(messages);
   let lastFiles = null;
   open.addEventListener("click", () => openFiles(store, [open.dataset.file]));
 
@@ -111,14 +111,11 @@ function jobCard(store, id) {
       stop.hidden = ended;
       stop.setAttribute("aria-label", `Stop ${job.name}`);
       remove.hidden = !ended;
-      remove.setAttribute("aria-label", `Remove ${job.name} from the list`);
+      remove.setAttribute("aria-label", `Remove from list: ${job.name}`);
       open.dataset.file = job.file ?? "";
       open.hidden = !job.file;
       open.setAttribute("aria-label", `Show ${job.name}`);
-      if (lastMessages !== records) {
-        lastMessages = records;
-        messages.replaceChildren(...messageList(records));
-      }
+      showMessages(records);
       notes.replaceChildren(...job.notes.map((note) => element("li", {}, note)));
       if (lastFiles !== JSON.stringify(job.files)) {
         lastFiles = JSON.stringify(job.files);

@@ -1,11 +1,13 @@
-import { byId, replaceChildrenInPlace, setText } from "../dom/element.js";
+import { byId, setText } from "../dom/element.js";
 import { chooseFile } from "../open/open-dialog.js";
 import { dropPreview, startPreview, startRuns } from "../run/commands.js";
 import { chosenOptions, faults, isInForce } from "../run/options.js";
+import { inReadingOrder } from "../run/option-order.js";
+import { resultNames } from "../run/result-names.js";
 import { remember } from "../state/actions.js";
 import { currentImage, isEnded } from "../state/selectors.js";
-import { jobProgress, stem } from "../text/format.js";
-import { messageList } from "./messages.js";
+import { jobProgress } from "../text/format.js";
+import { messageView } from "./messages.js";
 import { optionField } from "./option-fields.js";
 
 /**
@@ -96,22 +98,6 @@ function connectOptions(store) {
   store.watch((state) => [state.remembered.options, state.chosenFiles], showValues);
 }
 
-/**
- * The options in an order to read: first those that others require, each followed by these, then the rest as the
- * program lists them, files last.
- *
- * @param {Object[]} options
- * @returns {Object[]}
- */
-export function inReadingOrder(options) {
-  const names = new Set(options.map((option) => option.name));
-  const free = options.filter((option) => !names.has(option.requires));
-  const after = (name) => options.filter((option) => option.requires === name && option.name !== name);
-  const rank = (option) => (after(option.name).length > 0 ? 0 : option.type === "path" ? 2 : 1);
-  const ranked = [0, 1, 2].flatMap((wanted) => free.filter((option) => rank(option) === wanted));
-  return ranked.flatMap((option) => [option, ...after(option.name)]);
-}
-
 function connectSuggestion(store) {
   store.watch(
     (state) => [currentImage(state), Boolean(state.remembered.options.linear)],
@@ -133,6 +119,7 @@ function connectSuggestion(store) {
 }
 
 function connectPreview(store, stage) {
+  const showMessages = messageView(byId("preview-messages"));
   byId("preview").addEventListener("click", () => startPreview(store, stage));
   byId("preview-drop").addEventListener("click", () => dropPreview(store));
   store.watch(
@@ -147,7 +134,7 @@ function connectPreview(store, stage) {
       setText(byId("preview-text"), preview ? previewText(preview, job) : "");
       byId("preview-state").dataset.state = preview?.state ?? "";
       setText(byId("preview-drop"), preview?.state === "ready" ? "Remove preview" : "Cancel");
-      replaceChildrenInPlace(byId("preview-messages"), messageList(messages ?? []));
+      showMessages(messages);
     },
   );
 }
@@ -194,32 +181,13 @@ function connectResultSettings(store) {
   );
 }
 
-/**
- * The names that a run's results will get.
- *
- * @param {string} source name of the file
- * @param {{keep: string[], pattern: string, format: string}} settings
- * @returns {string[]}
- */
-export function resultNames(source, { keep, pattern, format }) {
-  const base = stem(source);
-  const suffix = format === "source" ? sourceSuffix(source) : format;
-  return ["starless", "mask", "unscreen"]
-    .filter((role) => role === "starless" || keep.includes(role))
-    .map((role) => `${pattern.replaceAll("{name}", base).replaceAll("{role}", role)}.${suffix}`);
-}
-
-// Results are not compressed: "m31.fits.gz" gives "m31_starless.fits".
-function sourceSuffix(source) {
-  return source.slice(stem(source).length + 1).replace(/\.gz$/i, "") || "tif";
-}
-
 function lastRun(jobs, image) {
   const own = jobs.filter((job) => job.kind === "run" && image !== null && job.file === image.file);
   return own.at(-1) ?? null;
 }
 
 function connectRun(store) {
+  const showMessages = messageView(byId("run-messages"));
   byId("run").addEventListener("click", () => {
     const image = currentImage(store.get());
     if (image) {
@@ -235,7 +203,7 @@ function connectRun(store) {
       byId("run-state").hidden = job === null;
       byId("run-state").dataset.state = job?.state ?? "";
       setText(byId("run-text"), job ? (job.error ?? jobProgress(job)) : "");
-      replaceChildrenInPlace(byId("run-messages"), messageList(messages ?? []));
+      showMessages(messages);
     },
   );
   store.watch(
