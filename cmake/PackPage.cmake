@@ -1,7 +1,8 @@
 # nebulex_pack_page(FILE)
 #
 # Makes the C++ source FILE that holds everything the studio's page consists of: the files of
-# studio/web/, and OpenSeadragon with its licence as scripts/fetch-openseadragon leaves it.
+# studio/web/, OpenSeadragon with its licence as scripts/fetch-openseadragon leaves it, and the user
+# guide, from which the page says what warnings and errors mean.
 set(OPENSEADRAGON_ROOT "${PROJECT_SOURCE_DIR}/.deps/openseadragon" CACHE PATH
   "The folder with openseadragon.min.js and LICENSE.txt")
 
@@ -13,10 +14,12 @@ function(nebulex_pack_page packed)
   endif()
   set(web "${PROJECT_SOURCE_DIR}/studio/web")
   file(GLOB_RECURSE pages CONFIGURE_DEPENDS RELATIVE "${web}" "${web}/*")
+  set(guide "${PROJECT_SOURCE_DIR}/docs/user-guide.md")
   set(entries
+    "/docs/user-guide.txt=${guide}"
     "/vendor/openseadragon.min.js=${library}"
     "/vendor/openseadragon-LICENSE.txt=${OPENSEADRAGON_ROOT}/LICENSE.txt")
-  set(files "${library}" "${OPENSEADRAGON_ROOT}/LICENSE.txt")
+  set(files "${library}" "${OPENSEADRAGON_ROOT}/LICENSE.txt" "${guide}")
   foreach(page IN LISTS pages)
     if(page MATCHES "[.](html|js|mjs|css|svg|png|json|txt)$")
       list(APPEND entries "/${page}=${web}/${page}")

@@ -22,7 +22,7 @@ export async function explain(message) {
 }
 
 async function guideText() {
-  const response = await fetch("/docs/user-guide.md");
+  const response = await fetch("/docs/user-guide.txt");
   if (!response.ok) {
     throw new Error(`status ${response.status}`);
   }

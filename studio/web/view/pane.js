@@ -1,21 +1,27 @@
+import { element } from "../dom/element.js";
 import { LayerStack } from "./layer-stack.js";
 import { makeViewer, point, rectangle } from "./openseadragon.js";
+import { keepOnGrid } from "./pixel-grid.js";
+import { isWhole, nextScale } from "./scales.js";
 
-const ZOOM_STEP = 1.4;
 const PAN_PART = 0.15;
+const NEAR = 1e-3;
 
 /** One viewer of OpenSeadragon with its layers. Coordinates are pixels of the whole image. */
 export class Pane {
   /**
-   * @param {HTMLElement} container
+   * @param {HTMLElement} cell of the layout; the viewer takes its whole screen pixels
    * @param {number} tileSize
    * @param {string} label of what is shown, for screen readers
    * @param {function(): void} changed called when layers have been loaded, shown or taken away
    */
-  constructor(container, tileSize, label, changed) {
-    this.container = container;
+  constructor(cell, tileSize, label, changed) {
+    this.cell = cell;
+    this.container = element("div", { class: "pane-view" });
+    cell.append(this.container);
+    keepOnGrid(cell, this.container);
     this.viewer = makeViewer({
-      element: container,
+      element: this.container,
       drawer: "canvas",
       showNavigationControl: false,
       prefixUrl: "/vendor/",
@@ -41,6 +47,10 @@ export class Pane {
       event.preventHorizontalPan = true;
     });
     this.viewer.addHandler("viewport-change", () => this.sharpen());
+    this.viewer.addHandler("animation-finish", () => this.snap());
+    // Between tiles that lie next to each other on whole screen pixels there is no seam to be covered, and
+    // making them larger for that would move their pixels.
+    this.viewer.drawer.minimumOverlapRequired = () => !this.isOnGrid();
     this.viewer.world.addHandler("add-item", () => this.placeFirst());
   }
 
@@ -102,6 +112,29 @@ export class Pane {
     }
   }
 
+  /** How far the image's corner is from a whole screen pixel, in screen pixels, right and down. */
+  offGrid() {
+    const corner = this.viewer.viewport.pixelFromPoint(point(0, 0), true).times(devicePixelRatio);
+    return point(Math.round(corner.x) - corner.x, Math.round(corner.y) - corner.y);
+  }
+
+  /** Whether each pixel of the image is shown as a square of whole screen pixels. */
+  isOnGrid() {
+    if (!this.image || !isWhole(this.scale() * devicePixelRatio)) {
+      return false;
+    }
+    const { x, y } = this.offGrid();
+    return Math.max(Math.abs(x), Math.abs(y)) < NEAR;
+  }
+
+  /** Moves the image by less than a pixel, so that {@link isOnGrid} holds where the scale allows it. */
+  snap() {
+    if (this.image && isWhole(this.scale() * devicePixelRatio) && !this.isOnGrid()) {
+      const { viewport } = this.viewer;
+      viewport.panBy(viewport.deltaPointsFromPixels(this.offGrid().divide(-devicePixelRatio), true), true);
+    }
+  }
+
   fit(immediately = false) {
     if (this.image) {
       const { width, height } = this.image;
@@ -122,11 +155,15 @@ export class Pane {
   }
 
   zoomIn() {
-    this.zoomTo(this.image ? this.scale(false) * ZOOM_STEP : 1);
+    if (this.image) {
+      this.zoomTo(nextScale(this.scale(false) * devicePixelRatio, 1) / devicePixelRatio);
+    }
   }
 
   zoomOut() {
-    this.zoomTo(this.image ? this.scale(false) / ZOOM_STEP : 1);
+    if (this.image) {
+      this.zoomTo(nextScale(this.scale(false) * devicePixelRatio, -1) / devicePixelRatio);
+    }
   }
 
   /**

@@ -51,7 +51,7 @@ export class Stage {
 
   /** Tells whether something that is to be seen is still on its way. */
   drawBusy() {
-    const shown = this.panes.filter((pane) => !pane.container.hidden && pane.image);
+    const shown = this.panes.filter((pane) => !pane.cell.hidden && pane.image);
     const busy = shown.some((pane) => !pane.stack.isSettled());
     this.root.setAttribute("aria-busy", String(busy));
   }
@@ -69,7 +69,7 @@ export class Stage {
     this.root.dataset.panes = String(scene.panes.length);
     scene.panes.forEach((layers, index) => this.drawPane(index, image, layers, scene.labels));
     this.panes.slice(Math.max(1, scene.panes.length)).forEach((pane) => {
-      pane.container.hidden = true;
+      pane.cell.hidden = true;
       pane.clear();
     });
     this.drawLabels(scene);
@@ -94,7 +94,7 @@ export class Stage {
       this.addPane(index, image.tile_size, label);
     }
     const pane = this.panes[index];
-    pane.container.hidden = false;
+    pane.cell.hidden = false;
     pane.label(label);
     if (index > 0 && !pane.image) {
       pane.pendingView = this.pane.view();
@@ -103,16 +103,16 @@ export class Stage {
   }
 
   addPane(index, tileSize, label) {
-    const container = byId(index === 0 ? "pane-first" : "pane-second");
-    container.hidden = false;
-    const pane = new Pane(container, tileSize, label, () => this.drawBusy());
+    const cell = byId(index === 0 ? "pane-first" : "pane-second");
+    cell.hidden = false;
+    const pane = new Pane(cell, tileSize, label, () => this.drawBusy());
     this.panes[index] = pane;
     const lead = () => {
       this.leader = pane;
     };
     this.leader ??= pane;
     for (const event of ["pointerdown", "wheel", "focusin", "pointerenter"]) {
-      container.addEventListener(event, lead, { capture: true, passive: true });
+      cell.addEventListener(event, lead, { capture: true, passive: true });
     }
     for (const event of ["viewport-change", "resize", "animation-finish"]) {
       pane.viewer.addHandler(event, () => this.viewChanged(pane));
@@ -133,7 +133,7 @@ export class Stage {
     }
     if (pane === this.leader) {
       for (const other of this.panes) {
-        if (other !== pane && !other.container.hidden) {
+        if (other !== pane && !other.cell.hidden) {
           other.follow(pane.view());
         }
       }
@@ -165,7 +165,9 @@ export class Stage {
 
   moveSplit() {
     if (this.hasImage()) {
-      const x = this.store.get().view.split * this.root.clientWidth;
+      // From the cell, in which the line is drawn, to the view within it.
+      const { cell, container } = this.pane;
+      const x = this.store.get().view.split * cell.clientWidth - container.offsetLeft;
       this.pane.stack.clipAt(this.pane.imagePoint(x, 0).x);
     }
   }

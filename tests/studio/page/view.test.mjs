@@ -5,6 +5,8 @@ import { errorOfAnswer } from "../../../studio/web/remote/client.js";
 import { tileSource } from "../../../studio/web/remote/tiles.js";
 import { createStore } from "../../../studio/web/state/store.js";
 import { rightOf, visibleArea } from "../../../studio/web/view/area.js";
+import { onGrid } from "../../../studio/web/view/pixel-grid.js";
+import { isWhole, nextScale } from "../../../studio/web/view/scales.js";
 import { columnHeights, histogramSummary } from "../../../studio/web/view/histogram-shape.js";
 
 test("the visible part is held within the image, in whole pixels", () => {
@@ -82,4 +84,27 @@ test("clipped ends do not flatten a histogram", () => {
 test("the median of a histogram is told in percent of white", () => {
   const flat = Array(100).fill(10);
   assert.equal(histogramSummary([flat]), "Median as shown: all 50 % of white.");
+});
+
+test("a view begins and ends on whole screen pixels", () => {
+  assert.deepEqual(onGrid(98.25, 687.75, 1), { inset: 0.75, length: 588 });
+  assert.deepEqual(onGrid(98.25, 687.75, 2), { inset: 0.25, length: 589 });
+  assert.deepEqual(onGrid(10, 20, 1), { inset: 0, length: 10 });
+});
+
+test("zooming meets 1:1 and goes on by whole numbers", () => {
+  assert.equal(nextScale(0.9, 1), 1);
+  assert.equal(nextScale(1, 1), 2);
+  assert.equal(nextScale(2.3, 1), 3);
+  assert.equal(nextScale(32, 1), 32);
+  assert.equal(nextScale(1.7, -1), 1);
+  assert.ok(Math.abs(nextScale(1, -1) - Math.SQRT1_2) < 1e-12);
+  assert.ok(Math.abs(nextScale(0.25, 1) - 0.25 * Math.SQRT2) < 1e-12);
+});
+
+test("only whole scales show pixels as equal squares", () => {
+  assert.equal(isWhole(1), true);
+  assert.equal(isWhole(3 - 1e-9), true);
+  assert.equal(isWhole(1.4), false);
+  assert.equal(isWhole(0), false);
 });
