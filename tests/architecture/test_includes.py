@@ -1,11 +1,12 @@
-"""The includes of src/ are those that docs/architecture.md shows."""
+"""The includes of src/ and studio/server/ are those that docs/architecture.md shows."""
 
 import pathlib
 import re
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-SRC = ROOT / "src"
+ROOMS = {folder.name: folder for folder in (ROOT / "src").iterdir() if folder.is_dir()}
+ROOMS["studio"] = ROOT / "studio/server"
 PAGE = (ROOT / "docs/architecture.md").read_text(encoding="utf-8")
 
 ARROW = re.compile(r"^    (\w+) --> (\w+)$", re.MULTILINE)
@@ -20,17 +21,31 @@ LIBRARIES = {
     "zlib": r"zlib\.h",
     "onnxruntime": r"onnxruntime|.*provider_factory",
     "tclap": r"tclap/",
+    "httplib": r"httplib\.h",
+    "nlohmann": r"nlohmann/",
 }
 PUBLIC = "nebulex/"  # the public headers of the library, in src/lib/include
 SYSTEM = re.compile(r"\w+|\w+\.h|sys/\w+\.h")  # <vector>, <unistd.h>, <sys/stat.h>
 
 
 def sources():
-    return sorted([*SRC.rglob("*.h"), *SRC.rglob("*.cpp")])
+    return sorted(path for folder in ROOMS.values() for path in folder.rglob("*")
+                  if path.suffix in (".h", ".cpp"))
 
 
 def room_of(path):
-    return path.relative_to(SRC).parts[0]
+    return next(room for room, folder in ROOMS.items() if path.is_relative_to(folder))
+
+
+def name_of(path):
+    """A source as others include it."""
+    room = room_of(path)
+    return f"{room}/{path.relative_to(ROOMS[room])}"
+
+
+def path_of(header):
+    room, _, rest = header.partition("/")
+    return ROOMS[room] / rest
 
 
 def includes(path):
@@ -81,8 +96,7 @@ def cycle_from(graph, start):
 
 class Includes(unittest.TestCase):
     def test_the_rooms_are_the_folders_of_the_source(self):
-        rooms = {entry.name for entry in SRC.iterdir() if entry.is_dir()}
-        self.assertEqual({room for room, _ in ROW.findall(PAGE)}, rooms)
+        self.assertEqual({room for room, _ in ROW.findall(PAGE)}, set(ROOMS))
 
     def test_the_picture_shows_the_arrows_of_the_source(self):
         self.assertEqual(set(ARROW.findall(PAGE)), arrows_of_the_source())
@@ -96,7 +110,7 @@ class Includes(unittest.TestCase):
             for own, _ in includes(path):
                 if own:
                     with self.subTest(path=path.name, header=own):
-                        self.assertTrue((SRC / own).is_file())
+                        self.assertTrue(path_of(own).is_file())
 
     def test_every_other_header_is_of_a_known_library_or_the_system(self):
         for path in sources():
@@ -107,7 +121,7 @@ class Includes(unittest.TestCase):
 
     def test_no_header_includes_itself_over_others(self):
         graph = {
-            str(path.relative_to(SRC)): [own for own, _ in includes(path) if own]
+            name_of(path): [own for own, _ in includes(path) if own]
             for path in sources()
         }
         for path in graph:

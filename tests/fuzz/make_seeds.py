@@ -311,6 +311,24 @@ def texts():
             "not_utf8": b"\xff\xc0\x80\xed\xa0\x80\xf5", "long": b"x\n" * 300}
 
 
+def studio_requests():
+    """Numbers, names, bodies and lines as the studio's server meets them."""
+    bodies = {
+        "options": b'{"stride": 64, "linear": true, "target": 0.25, "weights": "f1"}',
+        "area": b'{"x": 10.5, "y": -3, "width": 800, "height": 600, "options": {}}',
+        "files": b'{"files": ["f1", "f2"], "pattern": "{name}_{role}", "replace": false}',
+        "progress": b'{"schema":"nebulexastro.cli.progress.v1","event":"progress",'
+                    b'"stage":"inference","current":3,"total":8,"percent":37.5}',
+        "diagnostic": b'{"schema":"nebulexastro.cli.diagnostic.v1","severity":"warning",'
+                      b'"code":"data_loss","message":"3 samples"}',
+        "error": b'{"schema":"nebulexastro.cli.progress.v1","event":"error",'
+                 b'"stage":"processing","ok":false,"message":"No."}',
+    }
+    words = [b"-2.8", b"1e-9", b"1000000000", b"{name}_{role}", b"{name} stars", b"../x", b".x",
+             b"a=b; nebulex2-studio-4711=0; c", b"http://127.0.0.1:4711"]
+    return {**bodies, **{f"word{n}": word for n, word in enumerate(words)}}
+
+
 SEEDS = {
     "AstroTiffHeaderFuzz": headers,
     "AstroTiffReaderFuzz": described_tiffs,
@@ -321,6 +339,7 @@ SEEDS = {
     "HalfFloatFuzz": halves,
     "JsonStringFuzz": texts,
     "ModelPrescanFuzz": models,
+    "StudioRequestFuzz": studio_requests,
 }
 
 

@@ -73,6 +73,7 @@ void Welcome(const RequestGuard& guard, httplib::Response& response) {
   response.set_content(
       "<!DOCTYPE html><html lang=\"en\"><head><meta charset=\"utf-8\"><title>nebulex2 "
       "studio</title>"
+      "<link rel=\"icon\" type=\"image/svg+xml\" href=\"/icons/icon.svg\">"
       "<meta http-equiv=\"refresh\" content=\"0;url=/\"></head>"
       "<body><a href=\"/\">Open the studio</a></body></html>",
       "text/html; charset=utf-8");
