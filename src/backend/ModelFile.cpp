@@ -5,7 +5,8 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "backend/Utf8Path.h"
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
 
 namespace project_lumen::backend {
 
@@ -19,8 +20,8 @@ void CheckModelSize(std::uint64_t size) {
 Bytes ReadModelFile(const std::string& path) {
   std::error_code error;
   std::ifstream stream;
-  if (std::filesystem::is_regular_file(FromUtf8(path), error)) {
-    stream.open(FromUtf8(path), std::ios::binary);
+  if (std::filesystem::is_regular_file(FileStatus(path, error))) {
+    stream.open(FromUtf8(OpenablePath(path)), std::ios::binary);
   }
   if (!stream.is_open()) {
     throw std::runtime_error("Unable to open ONNX model file: " + path);

@@ -6,8 +6,9 @@
 #include <system_error>
 
 #include "backend/DefaultModel.h"
-#include "backend/Utf8Path.h"
 #include "common/Platform.h"
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
 
 namespace project_lumen::backend {
 namespace {
@@ -23,7 +24,7 @@ bool IsSeparator(char c) {
 
 bool Exists(const std::string& path) {
   std::error_code error;
-  return fs::exists(fs::status(FromUtf8(path), error)) && !error;
+  return fs::exists(FileStatus(path, error)) && !error;
 }
 
 }  // namespace
@@ -85,7 +86,7 @@ std::string ResolveDefaultWeights(const std::string& fileName) {
 
 std::string DescribePathKind(const std::string& path) {
   std::error_code error;
-  const fs::file_status status = fs::status(FromUtf8(path), error);
+  const fs::file_status status = FileStatus(path, error);
   if (status.type() == fs::file_type::not_found || error == std::errc::filename_too_long) {
     return "missing";
   }

@@ -7,6 +7,7 @@
 #include "backend/BackendState.h"
 #include "backend/ModelLookup.h"
 #include "backend/ModelPrescan.h"
+#include "backend/OrtLibrary.h"
 #include "backend/ProviderSelection.h"
 #include "backend/RuntimeLog.h"
 #include "backend/SessionRun.h"
@@ -48,8 +49,7 @@ void RequireTile(const cv::Mat& tile) {
 }  // namespace
 
 ProviderPlatform SystemProviderPlatform() {
-  return {IsCudaProviderLibraryPresent(), reinterpret_cast<const void*>(&OrtGetApiBase),
-          RestrictedProcessorCount()};
+  return {IsCudaProviderLibraryPresent(), &OrtLibraryBase(), RestrictedProcessorCount()};
 }
 
 ProviderPlatform LibraryProviderPlatform() {

@@ -9,12 +9,13 @@
 #include <utility>
 
 #include "backend/OrtHandles.h"
+#include "backend/OrtLibrary.h"
 
 namespace project_lumen::backend {
 namespace {
 
 const OrtApi*& TableOfThisProcess() {
-  static const OrtApi* table = &RequireOrtApi(*OrtGetApiBase());
+  static const OrtApi* table = &RequireOrtApi(OrtLibraryBase());
   return table;
 }
 

@@ -1,9 +1,7 @@
-#include <cstddef>
-#include <span>
-
 #include "cli/EntryPoint.h"
+#include "common/Platform.h"
 
 int main(int argc, char* argv[]) {
-  const std::span<const char* const> arguments(argv, static_cast<std::size_t>(argc));
-  return project_lumen::cli::RunProgram(arguments);
+  project_lumen::PrepareStandardStreams();
+  return project_lumen::cli::RunProgram(project_lumen::ProgramArguments(argc, argv));
 }

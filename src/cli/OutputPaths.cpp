@@ -1,18 +1,15 @@
 #include "cli/OutputPaths.h"
 
-#include <filesystem>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <vector>
 
-#include "cli/StandardErrorDiversion.h"
+#include "common/PlatformFiles.h"
+#include "common/StandardErrorDiversion.h"
 #include "io/ImageWriter.h"
 
 namespace project_lumen::cli {
 namespace {
-
-namespace fs = std::filesystem;
 
 std::vector<std::string> WantedOutputs(const RunOptions& options) {
   std::vector<std::string> paths = {options.outputPath};
@@ -24,23 +21,13 @@ std::vector<std::string> WantedOutputs(const RunOptions& options) {
   return paths;
 }
 
-bool AreSameFile(const std::string& first, const std::string& second) {
-  std::error_code error;
-  if (fs::equivalent(first, second, error)) {
-    return true;
-  }
-  const fs::path canonicalFirst = fs::weakly_canonical(fs::absolute(first, error), error);
-  const fs::path canonicalSecond = fs::weakly_canonical(fs::absolute(second, error), error);
-  return !canonicalFirst.empty() && canonicalFirst == canonicalSecond;
-}
-
 }  // namespace
 
 void RequireDistinctOutputs(const RunOptions& options) {
   const std::vector<std::string> paths = WantedOutputs(options);
   for (std::size_t i = 0; i < paths.size(); ++i) {
     for (std::size_t k = i + 1; k < paths.size(); ++k) {
-      if (AreSameFile(paths[i], paths[k])) {
+      if (LeadToSameFile(paths[i], paths[k])) {
         throw std::invalid_argument("Two outputs have the same path: " + paths[k]);
       }
     }

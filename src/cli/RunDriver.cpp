@@ -7,7 +7,7 @@
 
 #include "common/FailureText.h"
 #include "cli/Nebulex2/Nebulex2Model.h"
-#include "io/files/UnfinishedFiles.h"
+#include "common/UnfinishedFiles.h"
 
 namespace project_lumen::cli {
 namespace {
@@ -30,7 +30,7 @@ void Process(const RunOptions& options) {
 
 void RunStarRemoval(const std::string& modelContext, const RunOptions& options) {
   SilenceAndConfineOpenCv();
-  io::RemoveUnfinishedFilesOnSignals();
+  RemoveUnfinishedFilesOnSignals();
   try {
     Process(options);
   } catch (const std::exception& error) {

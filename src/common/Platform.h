@@ -4,8 +4,16 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace project_lumen {
+
+// The arguments of the program, its name first, from those of main. The texts stay.
+std::vector<const char*> ProgramArguments(int argc, const char* const argv[]);
+
+// From here on standard output and standard error carry bytes as they are, and a console shows them
+// as UTF-8 until the process ends.
+void PrepareStandardStreams();
 
 // Full path of the running executable; none when the system does not tell.
 std::optional<std::string> ExecutablePath();

@@ -36,6 +36,12 @@ int AllowedProcessorCount() {
 
 }  // namespace
 
+std::vector<const char*> ProgramArguments(int argc, const char* const argv[]) {
+  return {argv, argv + argc};
+}
+
+void PrepareStandardStreams() {}
+
 std::optional<std::string> ExecutablePath() {
   std::error_code error;
   const fs::path path = fs::read_symlink("/proc/self/exe", error);

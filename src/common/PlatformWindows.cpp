@@ -1,28 +1,21 @@
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
+#include <shellapi.h>
+
 #include <bit>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <string_view>
-#include <vector>
 
 #include "common/Platform.h"
+#include "common/WindowsConsole.h"
+#include "common/WindowsText.h"
 
 namespace project_lumen {
 namespace {
-
-std::optional<std::string> ToUtf8(std::wstring_view text) {
-  if (text.empty()) {
-    return std::string();
-  }
-  const auto length = static_cast<int>(text.size());
-  const int bytes =
-      WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-  if (bytes <= 0) {
-    return std::nullopt;
-  }
-  std::string result(static_cast<std::size_t>(bytes), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), bytes, nullptr, nullptr);
-  return result;
-}
 
 // The file of a module, of the executable for null.
 std::optional<std::wstring> WideModulePath(HMODULE module) {
@@ -57,11 +50,52 @@ bool HoldsCudaProviderLibrary(const std::wstring& folder) {
   return GetFileAttributesW(library.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+struct FreeLocal {
+  void operator()(LPWSTR* memory) const { LocalFree(memory); }
+};
+
+// The code page that the console had before; 0 where there is none or it is as it was.
+UINT originalCodePage = 0;
+
 }  // namespace
+
+std::vector<const char*> ProgramArguments(int /*argc*/, const char* const /*argv*/[]) {
+  // Those of main went through a code page, and wildcards in them may have been expanded.
+  static const std::vector<std::string> texts = [] {
+    int count = 0;
+    const std::unique_ptr<LPWSTR, FreeLocal> wide(CommandLineToArgvW(GetCommandLineW(), &count));
+    std::vector<std::string> result;
+    for (int i = 0; i < count; ++i) {
+      result.push_back(Utf8FromWide(wide.get()[i]));
+    }
+    return result;
+  }();
+  std::vector<const char*> pointers;
+  for (const std::string& text : texts) {
+    pointers.push_back(text.c_str());
+  }
+  return pointers;
+}
+
+void PrepareStandardStreams() {
+  _setmode(_fileno(stdout), _O_BINARY);
+  _setmode(_fileno(stderr), _O_BINARY);
+  const UINT before = GetConsoleOutputCP();
+  if (before != 0 && before != CP_UTF8 && SetConsoleOutputCP(CP_UTF8) != 0) {
+    originalCodePage = before;
+    std::atexit(RestoreConsole);
+  }
+}
+
+void RestoreConsole() {
+  if (originalCodePage != 0) {
+    SetConsoleOutputCP(originalCodePage);
+  }
+}
 
 std::optional<std::string> ExecutablePath() {
   const std::optional<std::wstring> path = WideModulePath(nullptr);
-  return path ? ToUtf8(*path) : std::nullopt;
+  return path ? std::optional(Utf8FromWide(*path)) : std::nullopt;
 }
 
 std::optional<std::string> CurrentDirectory() {
@@ -74,7 +108,7 @@ std::optional<std::string> CurrentDirectory() {
   if (length == 0 || length >= size) {
     return std::nullopt;
   }
-  return ToUtf8(std::wstring_view(buffer).substr(0, length));
+  return Utf8FromWide(std::wstring_view(buffer).substr(0, length));
 }
 
 const char* CudaProviderLibraryName() {
@@ -87,12 +121,7 @@ bool IsCudaProviderLibraryPresent() {
 }
 
 bool IsCudaProviderLibraryIn(const std::string& folder) {
-  const int length =
-      MultiByteToWideChar(CP_UTF8, 0, folder.data(), static_cast<int>(folder.size()), nullptr, 0);
-  std::wstring wide(static_cast<std::size_t>(length), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, folder.data(), static_cast<int>(folder.size()), wide.data(),
-                      length);
-  return HoldsCudaProviderLibrary(wide + L"\\");
+  return HoldsCudaProviderLibrary(WideFromUtf8(folder) + L"\\");
 }
 
 int RestrictedProcessorCount() {
@@ -117,7 +146,7 @@ std::optional<LoadedModule> LoadedModule::FromAddress(const void* address) {
 
 std::optional<std::string> LoadedModule::Folder() const {
   const std::optional<std::wstring> folder = WideModuleFolder(static_cast<HMODULE>(handle_));
-  return folder ? ToUtf8(std::wstring_view(*folder).substr(0, folder->size() - 1)) : std::nullopt;
+  return folder ? std::optional(Utf8FromWide(folder->substr(0, folder->size() - 1))) : std::nullopt;
 }
 
 void* LoadedModule::FindExport(const char* name) const {

@@ -6,7 +6,7 @@ import pathlib
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-OF_OTHER_SYSTEMS = {ROOT / "src/common/PlatformWindows.cpp"}
+OF_OTHER_SYSTEMS = {*(ROOT / "src").rglob("*Windows.cpp"), *(ROOT / "src").rglob("Windows*.cpp")}
 COMMANDS = json.loads(
     pathlib.Path(os.environ["NEBULEX_BUILD"], "compile_commands.json").read_text())
 # The studio is built where it is asked for.

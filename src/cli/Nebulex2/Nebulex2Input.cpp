@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "cli/Nebulex2/InputRecords.h"
-#include "cli/StandardErrorDiversion.h"
+#include "common/StandardErrorDiversion.h"
 #include "io/ImageReader.h"
 
 namespace project_lumen::cli {

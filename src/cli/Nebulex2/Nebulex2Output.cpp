@@ -3,7 +3,7 @@
 #include <opencv2/core.hpp>
 
 #include "cli/Nebulex2/OutputRecords.h"
-#include "cli/StandardErrorDiversion.h"
+#include "common/StandardErrorDiversion.h"
 
 namespace project_lumen::cli {
 

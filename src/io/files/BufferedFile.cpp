@@ -1,9 +1,8 @@
 #include "io/files/BufferedFile.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
+
+#include "common/PlatformFiles.h"
 
 namespace project_lumen::io {
 namespace {
@@ -29,26 +28,19 @@ bool BufferedFile::Write(std::uint64_t offset, std::span<const std::uint8_t> byt
     collected_.insert(collected_.end(), bytes.begin(), bytes.end());
   }
   size_ = std::max(size_, offset + bytes.size());
-  return error_ == 0;
+  return !error_;
 }
 
 bool BufferedFile::Flush() {
   WriteNow(start_, collected_);
   start_ += collected_.size();
   collected_.clear();
-  return error_ == 0;
+  return !error_;
 }
 
 void BufferedFile::WriteNow(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
-  while (error_ == 0 && !bytes.empty()) {
-    const ssize_t written =
-        pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(offset));
-    if (written > 0) {
-      bytes = bytes.subspan(static_cast<std::size_t>(written));
-      offset += static_cast<std::uint64_t>(written);
-    } else if (written == 0 || errno != EINTR) {
-      error_ = written == 0 ? ENOSPC : errno;
-    }
+  if (!error_) {
+    error_ = WriteAt(descriptor_, offset, bytes);
   }
 }
 

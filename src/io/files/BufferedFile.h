@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <span>
+#include <system_error>
 #include <vector>
 
 namespace project_lumen::io {
@@ -19,8 +20,8 @@ class BufferedFile {
   bool Flush();
 
   [[nodiscard]] std::uint64_t Size() const { return size_; }
-  // The code of errno, 0 for none.
-  [[nodiscard]] int Error() const { return error_; }
+  // None while everything could be written.
+  [[nodiscard]] const std::error_code& Error() const { return error_; }
 
  private:
   void WriteNow(std::uint64_t offset, std::span<const std::uint8_t> bytes);
@@ -29,7 +30,7 @@ class BufferedFile {
   std::uint64_t start_ = 0;  // where the collected bytes belong
   std::vector<std::uint8_t> collected_;
   std::uint64_t size_ = 0;
-  int error_ = 0;
+  std::error_code error_;
 };
 
 }  // namespace project_lumen::io

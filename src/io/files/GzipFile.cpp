@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
 #include <system_error>
 #include <utility>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
 #include "io/files/FileDescriptor.h"
 
 namespace project_lumen::io {
@@ -53,7 +54,7 @@ GzipHandle OpenForWriting(int descriptor) {
 }  // namespace
 
 bool IsGzipFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(FromUtf8(OpenablePath(path)), std::ios::binary);
   return file.get() == 0x1F && file.get() == 0x8B;
 }
 
@@ -62,10 +63,10 @@ struct GzipContent::Stream {
 };
 
 GzipContent::GzipContent(const std::string& path) : stream_(std::make_unique<Stream>()) {
-  stream_->file.reset(gzopen(path.c_str(), "rb"));
+  stream_->file.reset(gzopen(OpenablePath(path).c_str(), "rb"));
   std::error_code error;
-  const std::uintmax_t size = std::filesystem::file_size(path, error);
-  largestContent_ = error ? 0 : static_cast<std::uint64_t>(size) * kLargestRatio;
+  const std::uint64_t size = FileSize(path, error);
+  largestContent_ = error ? 0 : size * kLargestRatio;
 }
 
 GzipContent::~GzipContent() = default;
@@ -122,17 +123,17 @@ void CompressFile(int source, int target) {
   // Outlives the stream, which still reads from it when it is closed after an error.
   std::vector<char> chunk(kChunkBytes);
   GzipHandle stream = OpenForWriting(target);
-  for (off_t position = 0;;) {
-    const ssize_t count = pread(source, chunk.data(), chunk.size(), position);
-    if (count < 0) {
-      ThrowSystemError(errno);
+  std::uint64_t position = 0;
+  std::size_t count = 0;
+  do {
+    std::error_code error;
+    count = ReadAt(source, position, chunk, error);
+    if (error) {
+      throw std::system_error(error);
     }
-    if (count == 0) {
-      break;
-    }
-    WriteAll(stream.get(), chunk.data(), static_cast<std::size_t>(count));
+    WriteAll(stream.get(), chunk.data(), count);
     position += count;
-  }
+  } while (count != 0);
   errno = 0;
   if (gzclose(stream.release()) != Z_OK) {
     ThrowSystemError(errno);

@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "common/PlatformFiles.h"
+
 namespace project_lumen::io {
 namespace {
 
@@ -19,9 +21,7 @@ namespace fs = std::filesystem;
 }  // namespace
 
 void CheckInputPath(const std::string& path) {
-  CheckInputPath(path, [](const std::string& name, std::error_code& error) {
-    return fs::status(name, error);
-  });
+  CheckInputPath(path, FileStatus);
 }
 
 void CheckInputPath(const std::string& path, const FileStatusQuery& query) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "io/files/FileDescriptor.h"
 
@@ -37,7 +38,7 @@ enum class Replacing {
 // own that ends like the target's ("….tif", "….fits.gz"), so the rename stays on one file system.
 // Until Commit nobody but its owner can open it.
 // Until Commit the target is untouched; without Commit the destructor removes the new file, and so
-// does a signal that ends the process (io/files/UnfinishedFiles.h).
+// does a signal that ends the process (common/UnfinishedFiles.h).
 //
 // A target that exists must be a regular file or a link to one, which is then replaced at the place
 // the link points to. The new file takes over the permissions of the file it replaces.
@@ -72,9 +73,9 @@ class ReplacedFile {
   void Commit();
 
  private:
-  int TryToCreateTemporaryFile();
+  std::error_code TryToCreateTemporaryFile();
   void CreateTemporaryFile();
-  void CreateFileInMemory(int reason);
+  void CreateFileInMemory(const std::error_code& reason);
   void CommitByName();
   void CommitInPlace();
   void RemoveTemporaryFile();

@@ -3,6 +3,9 @@
 #include <array>
 #include <stdexcept>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
+
 namespace project_lumen::io {
 
 void CheckFitsStatus(int status, const std::string& step, const std::string& path) {
@@ -16,7 +19,8 @@ void CheckFitsStatus(int status, const std::string& step, const std::string& pat
 }
 
 std::string LiteralName(const std::string& path) {
-  return path.starts_with('/') ? path : "./" + path;
+  const std::string name = OpenablePath(path);
+  return FromUtf8(name).is_absolute() ? name : "./" + name;
 }
 
 FitsHandle::~FitsHandle() {

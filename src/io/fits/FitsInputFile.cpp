@@ -4,13 +4,14 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
 #include "io/files/GzipFile.h"
 #include "io/fits/FitsHandle.h"
 #include "io/fits/guards/FitsStructure.h"
@@ -27,7 +28,7 @@ bool IsOtherCompression(const std::string& path) {
   constexpr std::array<std::string_view, 5> kBeginnings{"PK", "\x1F\x1E", "\x1F\x9D", "\x1F\xA0",
                                                         "BZ"};
   std::array<char, 2> start{};
-  std::ifstream(path, std::ios::binary).read(start.data(), start.size());
+  std::ifstream(FromUtf8(path), std::ios::binary).read(start.data(), start.size());
   return std::find(kBeginnings.begin(), kBeginnings.end(),
                    std::string_view(start.data(), start.size())) != kBeginnings.end();
 }
@@ -35,7 +36,7 @@ bool IsOtherCompression(const std::string& path) {
 class FileBytes : public SequentialBytes {
  public:
   FileBytes(const std::string& path, std::uint64_t size)
-      : file_(path, std::ios::binary), left_(size) {}
+      : file_(FromUtf8(path), std::ios::binary), left_(size) {}
 
   std::size_t Read(char* target, std::size_t count) override {
     file_.read(target, static_cast<std::streamsize>(std::min<std::uint64_t>(count, left_)));
@@ -64,7 +65,7 @@ std::vector<char> ReadBytes(const std::string& path, std::size_t size) {
   std::vector<char> bytes;
   bytes.reserve(PaddedToBlocks(size));
   bytes.resize(size);
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(FromUtf8(path), std::ios::binary);
   file.read(bytes.data(), static_cast<std::streamsize>(size));
   bytes.resize(static_cast<std::size_t>(file.gcount()));
   return bytes;
@@ -122,7 +123,7 @@ struct FitsInputFile::Parts {
 
 int FitsInputFile::Parts::Inspect(const std::string& name) {
   std::error_code error;
-  size = std::filesystem::file_size(name, error);
+  size = FileSize(name, error);
   if (error || name.size() >= FLEN_FILENAME) {
     return FILE_NOT_OPENED;
   }

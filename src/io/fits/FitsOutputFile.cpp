@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <system_error>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
 #include "io/fits/FitsHandle.h"
 
 namespace project_lumen::io {
@@ -42,7 +43,7 @@ std::string ImageHeader(int bitpix, const std::vector<std::int64_t>& axes, std::
 }
 
 bool WriteFileStart(const std::string& path, const std::string& bytes) {
-  std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+  std::fstream file(FromUtf8(path), std::ios::binary | std::ios::in | std::ios::out);
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush();
   return file.good();
 }
@@ -59,7 +60,7 @@ std::uint64_t PaddedDataBytes(int bitpix, const std::vector<std::int64_t>& axes)
 // whose place is beyond the end.
 bool Extend(const std::string& path, std::uint64_t size) {
   std::error_code error;
-  std::filesystem::resize_file(path, size, error);
+  ResizeFile(path, size, error);
   return !error;
 }
 

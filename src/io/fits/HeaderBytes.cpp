@@ -12,6 +12,9 @@
 #include <string_view>
 #include <system_error>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
+
 namespace project_lumen::io {
 namespace {
 
@@ -119,7 +122,7 @@ void RestoreHeaderBytes(const std::string& path, const std::vector<std::string>&
     return;
   }
   errno = 0;
-  std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+  std::fstream file(FromUtf8(OpenablePath(path)), std::ios::binary | std::ios::in | std::ios::out);
   Check(file);
   std::string header = ReadHeader(file);
   PutCardsBack(header, cards);

@@ -5,6 +5,9 @@
 #include <fstream>
 #include <string_view>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
+
 namespace project_lumen::io {
 namespace {
 
@@ -87,7 +90,7 @@ std::string NameOf(ImageFormat format) {
 }
 
 std::string DetectImageFormat(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(FromUtf8(OpenablePath(path)), std::ios::binary);
   return NameOf(IdentifyImageFormat(file));
 }
 

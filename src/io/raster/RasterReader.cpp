@@ -4,6 +4,8 @@
 #include <opencv2/core.hpp>
 #include <stdexcept>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
 #include "io/files/PathSuffix.h"
 #include "io/files/UnreadableImage.h"
 #include "io/raster/ImageFormat.h"
@@ -14,7 +16,8 @@
 #include "io/tiff/TiffReader.h"
 
 namespace project_lumen::io {
-RasterReader::RasterReader(const std::string& path) : file_(path, std::ios::binary) {
+RasterReader::RasterReader(const std::string& path)
+    : file_(FromUtf8(OpenablePath(path)), std::ios::binary) {
   const ImageFormat format = IdentifyImageFormat(file_);
   info_.format = NameOf(format);
   if (format == ImageFormat::kFloatingPoint) {

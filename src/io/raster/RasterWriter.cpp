@@ -85,7 +85,7 @@ void WriteBytes(int descriptor, const std::vector<std::uint8_t>& bytes) {
   BufferedFile file(descriptor);
   file.Write(0, bytes);
   if (!file.Flush()) {
-    throw std::system_error(file.Error(), std::generic_category());
+    throw std::system_error(file.Error());
   }
 }
 

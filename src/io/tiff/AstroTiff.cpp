@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/PlatformFiles.h"
+#include "common/Utf8Path.h"
 #include "io/tiff/TiffLayout.h"
 
 namespace project_lumen::io {
@@ -189,7 +191,7 @@ bool IsAstroTiffHeader(const std::string& text) {
 }
 
 std::string ReadAstroTiffHeader(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(FromUtf8(OpenablePath(path)), std::ios::binary);
   if (!file) {
     Fail("Unable to open TIFF metadata: ", path);
   }
@@ -228,7 +230,7 @@ void AppendAstroTiffMetadata(const std::string& path, const std::string& headerT
 void AppendAstroTiffMetadata(const std::string& path, const std::string& headerText,
                              const std::string& shownPath) {
   RequireAppendableHeader(headerText);
-  std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+  std::fstream file(FromUtf8(OpenablePath(path)), std::ios::binary | std::ios::in | std::ios::out);
   if (!file) {
     Fail("Unable to open TIFF output metadata: ", shownPath);
   }

@@ -126,8 +126,8 @@ struct TiffWriter::Output {
 
   // libtiff says no more than that it failed: the file's own error, or a lack of memory.
   void Check(bool hasSucceeded) const {
-    if (client.output.Error() != 0) {
-      throw std::system_error(client.output.Error(), std::generic_category());
+    if (client.output.Error()) {
+      throw std::system_error(client.output.Error());
     }
     if (!hasSucceeded) {
       throw std::bad_alloc();

@@ -7,6 +7,7 @@
 
 #include "FakeDirectMl.h"
 #include "FakeOrtApi.h"
+#include "backend/OrtLibrary.h"
 
 namespace project_lumen::backend {
 namespace {
@@ -16,7 +17,7 @@ using testing::IsEmpty;
 using testing::ThrowsMessage;
 
 const void* AddressInOnnxRuntime() {
-  return reinterpret_cast<const void*>(&OrtGetApiBase);
+  return &OrtLibraryBase();
 }
 
 const void* AddressInFakeDirectMl() {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "FakeOrtApi.h"
+#include "backend/OrtLibrary.h"
 #include "backend/SessionRun.h"
 
 namespace project_lumen::backend {
@@ -52,10 +53,10 @@ std::string Warning(const std::string& label, const std::string& detail) {
 const int kNoModule = 0;
 
 ProviderPlatform WithCuda() {
-  return {true, reinterpret_cast<const void*>(&OrtGetApiBase)};
+  return {true, &OrtLibraryBase()};
 }
 ProviderPlatform WithoutCuda() {
-  return {false, reinterpret_cast<const void*>(&OrtGetApiBase)};
+  return {false, &OrtLibraryBase()};
 }
 
 class Backend : public testing::Test {

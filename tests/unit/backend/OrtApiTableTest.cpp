@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "FakeOrtApi.h"
+#include "backend/OrtLibrary.h"
 
 namespace project_lumen::backend {
 namespace {
@@ -38,7 +39,7 @@ TEST(OrtApiTable, ARuntimeWithoutItIsTooOld) {
 }
 
 TEST(OrtApiTable, OfTheLinkedLibraryIsThere) {
-  EXPECT_EQ(&CurrentOrtApi(), OrtGetApiBase()->GetApi(24));
+  EXPECT_EQ(&CurrentOrtApi(), OrtLibraryBase().GetApi(24));
 }
 
 TEST(OrtApiTable, ReturnsAfterAReplacement) {

@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <string>
+#include <system_error>
 
 #include "io/files/FileDescriptor.h"
 #include "support/FileSizeLimit.h"
@@ -52,7 +52,7 @@ TEST_F(BufferedFileTest, AnErrorIsKept) {
   BufferedFile file(descriptor_.Get());
   EXPECT_TRUE(Write(file, 0, std::string(2000, 'x')));
   EXPECT_FALSE(file.Flush());
-  EXPECT_EQ(file.Error(), EFBIG);
+  EXPECT_EQ(file.Error(), std::errc::file_too_large);
   EXPECT_FALSE(Write(file, 0, "x"));
   EXPECT_FALSE(file.Flush());
 }

@@ -1,4 +1,4 @@
-#include "io/files/UnfinishedFiles.h"
+#include "common/UnfinishedFiles.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,10 +9,9 @@
 #include <filesystem>
 #include <string>
 
-#include "io/files/FileDescriptor.h"
 #include "support/TemporaryFolder.h"
 
-namespace project_lumen::io {
+namespace project_lumen {
 namespace {
 
 using test::TemporaryFolder;
@@ -21,13 +20,14 @@ using testing::KilledBySignal;
 
 TEST(UnfinishedFiles, AreCreatedEmptyAndForTheirOwnerAlone) {
   const TemporaryFolder folder;
-  const FileDescriptor file(CreateUnfinishedFile(folder.Path("a")));
-  ASSERT_GE(file.Get(), 0);
+  const int file = CreateUnfinishedFile(folder.Path("a"));
+  ASSERT_GE(file, 0);
   struct stat status {};
   ASSERT_EQ(stat(folder.Path("a").c_str(), &status), 0);
   EXPECT_EQ(status.st_size, 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
   ForgetUnfinishedFile(folder.Path("a"));
+  close(file);
 }
 
 TEST(UnfinishedFiles, AreNotCreatedWhereAFileIs) {
@@ -117,4 +117,4 @@ TEST(FileSizeSignalDeathTest, IsIgnored) {
 }
 
 }  // namespace
-}  // namespace project_lumen::io
+}  // namespace project_lumen

@@ -1,4 +1,4 @@
-#include "io/files/UnfinishedFiles.h"
+#include "common/UnfinishedFiles.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <climits>
 #include <csignal>
 
-namespace project_lumen::io {
+namespace project_lumen {
 namespace {
 
 constexpr std::size_t kMostFiles = 8;
@@ -96,4 +96,4 @@ void ForgetUnfinishedFile(const std::string& path) {
   }
 }
 
-}  // namespace project_lumen::io
+}  // namespace project_lumen

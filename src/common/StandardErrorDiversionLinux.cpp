@@ -1,4 +1,4 @@
-#include "cli/StandardErrorDiversion.h"
+#include "common/StandardErrorDiversion.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <iostream>
 
-namespace project_lumen::cli {
+namespace project_lumen {
 namespace {
 
 // The standard descriptors stay free for those who expect them.
@@ -72,4 +72,4 @@ StandardErrorDiversion::~StandardErrorDiversion() {
   }
 }
 
-}  // namespace project_lumen::cli
+}  // namespace project_lumen

@@ -1,4 +1,4 @@
-#include "cli/StandardErrorDiversion.h"
+#include "common/StandardErrorDiversion.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 
 #include "support/StandardErrorFile.h"
 
-namespace project_lumen::cli {
+namespace project_lumen {
 namespace {
 
 class StandardErrorDiversionTest : public testing::Test {
@@ -153,4 +153,4 @@ TEST_F(StandardErrorDiversionTest, DescriptorFlagsAreRestored) {
 }
 
 }  // namespace
-}  // namespace project_lumen::cli
+}  // namespace project_lumen

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace project_lumen::io {
+namespace project_lumen {
 
 // From here on a signal whose default is to end the process (SIGHUP, SIGINT, SIGQUIT, SIGPIPE,
 // SIGTERM, SIGXCPU) removes all unfinished files first; the process then ends by that signal.
@@ -19,4 +19,4 @@ int CreateUnfinishedFile(const std::string& path, unsigned permissions = 0600);
 // To be called when the file was finished or removed.
 void ForgetUnfinishedFile(const std::string& path);
 
-}  // namespace project_lumen::io
+}  // namespace project_lumen

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-namespace project_lumen::backend {
+namespace project_lumen {
 
 inline std::filesystem::path FromUtf8(const std::string& text) {
   return {std::u8string(text.begin(), text.end())};
@@ -16,4 +16,4 @@ inline std::string ToUtf8(const std::filesystem::path& path) {
   return {text.begin(), text.end()};
 }
 
-}  // namespace project_lumen::backend
+}  // namespace project_lumen

@@ -1,7 +1,7 @@
 // Keeps the chatter of image libraries away from standard error.
 #pragma once
 
-namespace project_lumen::cli {
+namespace project_lumen {
 
 // While it lives, whatever is written to file descriptor 2, stderr, std::cerr or std::clog goes
 // nowhere. libpng, libjpeg, libtiff and OpenCV write to the descriptor itself, so a log level or a
@@ -26,4 +26,4 @@ class StandardErrorDiversion {
   int savedFlags_ = 0;  // its descriptor flags
 };
 
-}  // namespace project_lumen::cli
+}  // namespace project_lumen
