@@ -5,9 +5,9 @@
 
 namespace project_lumen::backend {
 
-// Lies in the library itself. On Windows the library is loaded at the first call, from the folder of
-// the program; throws std::runtime_error that says what to install when it cannot be. Elsewhere it is
-// loaded with the program.
+// Lies in the library itself. On Windows the library is loaded at the first call, from the folder
+// of the program; throws std::runtime_error that says what to install when it cannot be. Elsewhere
+// it is loaded with the program.
 const OrtApiBase& OrtLibraryBase();
 
 }  // namespace project_lumen::backend

@@ -38,7 +38,8 @@ std::wstring BesideProgram(const wchar_t* name) {
   for (const wchar_t* name : kVisualCppRuntime) {
     if (LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32) == nullptr) {
       throw std::runtime_error(
-          "ONNX Runtime cannot be loaded, because Microsoft's Visual C++ runtime is not installed (" +
+          "ONNX Runtime cannot be loaded, because Microsoft's Visual C++ runtime is not installed "
+          "(" +
           Utf8FromWide(name) +
           " is missing). Install it from https://aka.ms/vs/17/release/vc_redist.x64.exe and try "
           "again.");
@@ -53,14 +54,13 @@ using GetApiBase = const OrtApiBase*(ORT_API_CALL*)();
 const OrtApiBase& Load() {
   const NoDialogues noDialogues;
   // By its full path: Windows has a library of this name and another version of its own.
-  HMODULE library =
-      LoadLibraryExW(BesideProgram(kLibrary).c_str(), nullptr,
-                     LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
+  HMODULE library = LoadLibraryExW(BesideProgram(kLibrary).c_str(), nullptr,
+                                   LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
   if (library == nullptr) {
     FailToLoad(LastWindowsError());
   }
-  const auto entry =
-      reinterpret_cast<GetApiBase>(reinterpret_cast<void*>(GetProcAddress(library, "OrtGetApiBase")));
+  const auto entry = reinterpret_cast<GetApiBase>(
+      reinterpret_cast<void*>(GetProcAddress(library, "OrtGetApiBase")));
   if (entry == nullptr) {
     FailToLoad(LastWindowsError());
   }

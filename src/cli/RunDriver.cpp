@@ -5,8 +5,8 @@
 #include <opencv2/core/utils/logger.hpp>
 #include <stdexcept>
 
-#include "common/FailureText.h"
 #include "cli/Nebulex2/Nebulex2Model.h"
+#include "common/FailureText.h"
 #include "common/UnfinishedFiles.h"
 
 namespace project_lumen::cli {

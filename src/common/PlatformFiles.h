@@ -1,6 +1,6 @@
-// What systems do differently with files. Paths are UTF-8. Descriptors are those of the C library and
-// stay the caller's; they are for bytes, never for text. Failures come as codes whose messages are
-// the reasons to show.
+// What systems do differently with files. Paths are UTF-8. Descriptors are those of the C library
+// and stay the caller's; they are for bytes, never for text. Failures come as codes whose messages
+// are the reasons to show.
 #pragma once
 
 #include <cstdint>

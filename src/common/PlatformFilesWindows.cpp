@@ -154,8 +154,8 @@ void CopyAccess(const std::wstring& from, const std::wstring& to) {
   DWORD size = 0;
   GetFileSecurityW(from.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
   std::vector<unsigned char> access(size);
-  if (size != 0 && GetFileSecurityW(from.c_str(), DACL_SECURITY_INFORMATION, access.data(), size,
-                                    &size) != 0) {
+  if (size != 0 &&
+      GetFileSecurityW(from.c_str(), DACL_SECURITY_INFORMATION, access.data(), size, &size) != 0) {
     SetFileSecurityW(to.c_str(), DACL_SECURITY_INFORMATION, access.data());
   }
 }
@@ -246,8 +246,7 @@ FileTarget InspectTarget(const std::string& path, std::error_code& error) {
 int OpenToOverwrite(const std::string& path, std::error_code& error) {
   FileHandle file = Open(Openable(path), GENERIC_WRITE, kShareAll);
   error = file ? std::error_code() : LastWindowsError();
-  return file ? _open_osfhandle(reinterpret_cast<intptr_t>(file.release()),
-                                _O_WRONLY | _O_BINARY)
+  return file ? _open_osfhandle(reinterpret_cast<intptr_t>(file.release()), _O_WRONLY | _O_BINARY)
               : -1;
 }
 

@@ -21,9 +21,9 @@ constexpr std::size_t kMostFiles = 8;
 std::mutex guard;
 std::array<std::wstring, kMostFiles> entries;
 
-// Libraries keep files open in a way that lets nobody remove them. Closed below the C library, which
-// may be at work in another thread, and standard output and error with them: nothing is to be said
-// about writes that fail now.
+// Libraries keep files open in a way that lets nobody remove them. Closed below the C library,
+// which may be at work in another thread, and standard output and error with them: nothing is to be
+// said about writes that fail now.
 void CloseEveryFile() {
   constexpr int kMostDescriptors = 512;
   for (int descriptor = 0; descriptor < kMostDescriptors; ++descriptor) {
