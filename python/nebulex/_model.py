@@ -1,5 +1,6 @@
 """Open networks."""
 
+import concurrent.futures
 import os
 import threading
 from typing import Literal
@@ -69,7 +70,7 @@ class Model:
         if provider not in _PROVIDERS:
             raise ValueError(f'provider is "auto" or "cpu", not {provider!r}.')
         self.threads = threads
-        self._opened = _nebulex.Model(
+        self._opened = _open(
             "" if path is None else os.fsdecode(path),
             0 if threads is None else int32(threads, "threads"),
             _PROVIDERS[provider],
@@ -86,6 +87,15 @@ class Model:
 
     def __repr__(self):
         return f"<nebulex.Model {self.path!r}, {self.provider}>"
+
+
+def _open(path, threads, provider):
+    """On a thread of its own, so that Ctrl-C need not wait for it."""
+    opener = concurrent.futures.ThreadPoolExecutor(1)
+    try:
+        return opener.submit(_nebulex.Model, path, threads, provider).result()
+    finally:
+        opener.shutdown(wait=False)
 
 
 class _DefaultModel:

@@ -28,6 +28,17 @@ flat = np.full((512, 512), 0.25, np.float32)
 assert (nebulex.remove_stars(flat, model=model).starless == flat).all()
 print("went on", flush=True)
 """
+OPENING = """
+import nebulex
+
+print("working", flush=True)
+try:
+    nebulex.Model()
+    print("opened", flush=True)
+except KeyboardInterrupt:
+    print("stopped", flush=True)
+print("went on", flush=True)
+"""
 TRIES = 3
 
 
@@ -36,11 +47,11 @@ class Full(Exception):
 
 
 class Interruption(unittest.TestCase):
-    def seconds_to_stop(self):
-        with subprocess.Popen([sys.executable, "-c", VICTIM], stdout=subprocess.PIPE,
+    def seconds_to_stop(self, code, delay):
+        with subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE,
                               text=True) as process:
             self.assertEqual(process.stdout.readline(), "working\n")
-            time.sleep(0.1)  # into the next tile
+            time.sleep(delay)
             begin = time.monotonic()
             process.send_signal(signal.SIGINT)
             self.assertEqual(process.stdout.readline(), "stopped\n")
@@ -49,12 +60,18 @@ class Interruption(unittest.TestCase):
             self.assertEqual(process.wait(), 0)
         return seconds
 
-    def test_ctrl_c_stops_a_run_within_a_second_and_the_model_goes_on(self):
+    def stops_within_a_second(self, code, delay):
         # Other work on the computer may hold up one try.
         tries = []
         while len(tries) < TRIES and (not tries or min(tries) >= 1):
-            tries.append(self.seconds_to_stop())
+            tries.append(self.seconds_to_stop(code, delay))
         self.assertLess(min(tries), 1, tries)
+
+    def test_ctrl_c_stops_a_run_in_the_middle_of_a_tile_and_the_model_goes_on(self):
+        self.stops_within_a_second(VICTIM, delay=0.1)
+
+    def test_ctrl_c_does_not_wait_for_a_model_to_open(self):
+        self.stops_within_a_second(OPENING, delay=0.02)
 
     def test_what_a_progress_function_raises_comes_out(self):
         image = star_field(600, 700, dtype=np.float32)
