@@ -1,5 +1,5 @@
-# cmake -D build=DIR -D version=X.Y.Z -D libraries=NAME;... -D build_type=TYPE
-#       -P CheckInstalledProgram.cmake
+# cmake -D build=DIR -D version=X.Y.Z -D libraries=NAME;... -D python_files=FILE;...
+#       -D build_type=TYPE -P CheckInstalledProgram.cmake
 #
 # Fails unless the install holds exactly the files it should, and the program runs and finds its
 # network after the whole tree was moved.
@@ -33,6 +33,7 @@ set(expected
 foreach(library IN LISTS libraries)
   list(APPEND expected "bin/${library}")
 endforeach()
+list(APPEND expected ${python_files})
 list(SORT expected)
 file(GLOB_RECURSE installed RELATIVE "${second}" "${second}/*")
 list(SORT installed)
