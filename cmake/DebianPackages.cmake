@@ -1,11 +1,12 @@
-# The Debian packages, a component each: nebulex2 (Program), libnebulex1 (Library) and libnebulex-dev
-# (Development). Included by Packages.cmake.
+# The Debian packages, a component each: nebulex2 (Program), libnebulex1 (Library), libnebulex-dev
+# (Development) and python3-nebulex (Python). Included by Packages.cmake.
 
 # Which package a component becomes.
 set(NEBULEX_PACKAGE_OF_Program nebulex2)
 set(NEBULEX_PACKAGE_OF_Library "libnebulex${NEBULEX_ABI}")
 set(NEBULEX_PACKAGE_OF_Development libnebulex-dev)
-set(components Program Library Development)
+set(NEBULEX_PACKAGE_OF_Python python3-nebulex)
+set(components Program Library Development Python)
 
 # --- What every package has: the copyright and the changelog ---
 
@@ -44,7 +45,8 @@ set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+  "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" "${PROJECT_BINARY_DIR}/lib")
 set(CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/FinishDebianPackages.cmake")
 
 set(same_version "${NEBULEX_PACKAGE_OF_Library} (= ${PROJECT_VERSION})")
@@ -73,6 +75,22 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "take the stars out of astronomical images - development files
 Headers for C and C++, a CMake package and a pkg-config file for programs that
 remove the stars from astronomical images with libnebulex.")
+
+# The compiled module is for one minor version of Python.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME "${NEBULEX_PACKAGE_OF_Python}")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+math(EXPR next_minor "${NEBULEX_PYTHON_MINOR} + 1")
+string(CONCAT CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+  "${same_version}, python3-numpy, "
+  "python3 (>= 3.${NEBULEX_PYTHON_MINOR}), python3 (<< 3.${next_minor})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS
+  "python3-astropy, python3-dask, python3-matplotlib, python3-tqdm")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  "${packaging}/python3-nebulex/postinst" "${packaging}/python3-nebulex/prerm")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+"take the stars out of astronomical images - Python package
+Removes the stars from NumPy arrays with a neural network, and from the images
+of astropy with their world coordinates, units, masks and headers.")
 
 # What packages of programs that use the library depend on, and what makes the loader find it.
 set(control "${PROJECT_BINARY_DIR}/package/control")
