@@ -28,12 +28,16 @@ namespace {
 using project_lumen::cli::Nebulex2Model;
 using project_lumen::cli::RunOptions;
 
-constexpr int kRounds = 7;
+constexpr int kRounds = 5;
 
 struct Seconds {
   double wall;
   double processor;
 };
+
+std::ostream& operator<<(std::ostream& stream, const Seconds& seconds) {
+  return stream << seconds.wall << " s (" << seconds.processor << " s of the processor)";
+}
 
 template <typename Work>
 Seconds Measure(Work work) {
@@ -124,8 +128,8 @@ void Compare(const std::string& path, std::int32_t stride) {
     processor.push_back(first.processor / program.processor);
     laterWall.push_back(second.wall / first.wall);
     laterProcessor.push_back(second.processor / first.processor);
-    std::cout << "program " << program.wall << " s, first call " << first.wall << " s, second call "
-              << second.wall << " s\n";
+    std::cout << "program " << program << ", first call " << first << ", second call " << second
+              << std::endl;
   }
   Report("first image, library / program", wall, processor);
   Report("second image / first image", laterWall, laterProcessor);

@@ -13,7 +13,7 @@ foreach(package IN LISTS CPACK_PACKAGE_FILES)
   endforeach()
   if(scripts)
     file(REMOVE ${scripts})
-    execute_process(COMMAND dpkg-deb --root-owner-group -Zxz --build "${folder}" "${package}"
+    execute_process(COMMAND dpkg-deb --root-owner-group -Zgzip --build "${folder}" "${package}"
       OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
   endif()
   file(REMOVE_RECURSE "${folder}")

@@ -27,10 +27,14 @@ function(nebulex_library_package target)
   install(FILES "${generated}/NebulexConfigVersion.cmake"
     DESTINATION "${package}" COMPONENT Development)
 
-  # The prefix as it is seen from the folder of the pkg-config file.
-  file(RELATIVE_PATH NEBULEX_PKGCONFIG_TO_PREFIX "/prefix/${pkgconfig}" "/prefix")
-  cmake_path(NORMAL_PATH NEBULEX_PKGCONFIG_TO_PREFIX)
-  string(REGEX REPLACE "/$" "" NEBULEX_PKGCONFIG_TO_PREFIX "${NEBULEX_PKGCONFIG_TO_PREFIX}")
+  # The prefix as it is seen from the folder of the pkg-config file, unless it is known.
+  if(NEBULEX_LAYOUT STREQUAL "debian")
+    set(NEBULEX_PKGCONFIG_PREFIX "/usr")
+  else()
+    file(RELATIVE_PATH to_prefix "/prefix/${pkgconfig}" "/prefix")
+    string(REGEX REPLACE "/$" "" to_prefix "${to_prefix}")
+    set(NEBULEX_PKGCONFIG_PREFIX "\${pcfiledir}/${to_prefix}")
+  endif()
   configure_file("${PROJECT_SOURCE_DIR}/cmake/nebulex.pc.in" "${generated}/nebulex.pc" @ONLY)
   install(FILES "${generated}/nebulex.pc" DESTINATION "${pkgconfig}" COMPONENT Development)
 

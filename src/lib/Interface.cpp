@@ -13,7 +13,7 @@
 
 using namespace project_lumen::lib;
 
-const char* nebulex_last_error(void) {
+const char* nebulex_last_error() {
   return LastError();
 }
 
@@ -38,7 +38,7 @@ const char* nebulex_status_name(nebulex_status status) {
   }
 }
 
-const char* nebulex_version(void) {
+const char* nebulex_version() {
   return NEBULEX_VERSION;
 }
 

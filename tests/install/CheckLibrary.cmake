@@ -70,7 +70,8 @@ execute_process(COMMAND pkg-config --cflags --libs nebulex
   OUTPUT_VARIABLE answer OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(answer UNIX_COMMAND "${answer}")
 separate_arguments(flags UNIX_COMMAND "${flags}")
-execute_process(COMMAND cc ${flags} "${folder}/source/remove_stars.c" -o "${folder}/by_pkg_config"
+execute_process(COMMAND cc -std=c99 -Wall -Wextra -Wpedantic -Wstrict-prototypes -Werror ${flags}
+  "${folder}/source/remove_stars.c" -o "${folder}/by_pkg_config"
   ${answer} "-Wl,-rpath,${prefix}/lib" COMMAND_ERROR_IS_FATAL ANY)
 require_picture("${folder}/by_pkg_config")
 

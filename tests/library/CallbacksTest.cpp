@@ -142,7 +142,7 @@ TEST_F(Callbacks, AStopEndsTheTileThatIsBeingComputed) {
   listener_.stop = [&, polls = 0]() mutable {
     polls += isTileRunning ? 1 : 0;
     asked = Clock::now();
-    return polls >= 4;
+    return polls >= 2;
   };
   Results results;
   EXPECT_EQ(Call(results), NEBULEX_STOPPED);

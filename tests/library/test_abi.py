@@ -40,7 +40,7 @@ def probe(assertions):
     with tempfile.TemporaryDirectory() as folder:
         file = pathlib.Path(folder, "probe.c")
         file.write_text("\n".join(lines) + "\n", encoding="utf-8")
-        compiler = ["gcc", "-std=c11", "-fsyntax-only"]
+        compiler = ["gcc", "-std=c11", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Werror"]
         roots = ["-I", SOURCE / "include", "-I", headers]
         return subprocess.run([*compiler, *roots, file], capture_output=True, text=True, check=False)
 

@@ -128,7 +128,7 @@ def fails_at_run():
 
 def slow():
     """Many steps that are not much each."""
-    names = ["input", *(f"step{i}" for i in range(120)), "output"]
+    names = ["input", *(f"step{i}" for i in range(400)), "output"]
     nodes = [node("Sin", [before], after) for before, after in zip(names[:-2], names[1:-1])]
     return model([*nodes, node("Min", [names[-2], "input"])])
 
