@@ -67,6 +67,7 @@ async function show(store, purpose) {
   setText(byId("open-title"), purpose === "open" ? "Open images" : "Choose a file");
   byId("open-actions").hidden = purpose !== "open";
   choose(new Map());
+  byId("entries").replaceChildren();
   dialog.showModal();
   const roots = store.get().server.folders;
   const folder = state.folder ?? roots[0]?.id;

@@ -16,10 +16,16 @@ export async function openFiles(store, files) {
   for (const file of files) {
     const image = await tryIt(() => request("POST", "/api/images", { file }));
     if (image) {
-      store.update((state) => applyServerEvent(state, "image", image));
+      store.update((state) => withImage(state, image));
       look(store, { image: image.id, other: false });
     }
   }
+}
+
+// The event that tells of the image may have come before the answer, and know more.
+function withImage(state, image) {
+  const known = state.server.images.some((one) => one.id === image.id);
+  return known ? state : applyServerEvent(state, "image", image);
 }
 
 /**

@@ -27,6 +27,7 @@ export class Pane {
       prefixUrl: "/vendor/",
       maxImageCacheCount: 700,
       imageLoaderLimit: 6,
+      maxTilesPerFrame: 6,
       maxZoomPixelRatio: 32,
       minZoomImageRatio: 0.5,
       visibilityRatio: 0.2,
@@ -200,6 +201,13 @@ export class Pane {
     return { x: across * this.image.width, y: down * this.image.width };
   }
 
+  hasView({ center, zoom }) {
+    const { viewport } = this.viewer;
+    const apart = viewport.deltaPixelsFromPoints(viewport.getCenter(true).minus(center), true);
+    const grown = Math.abs(zoom / viewport.getZoom(true) - 1) * viewport.getContainerSize().x;
+    return Math.max(Math.abs(apart.x), Math.abs(apart.y), grown) < 1 / devicePixelRatio;
+  }
+
   /** Centre and zoom, for {@link follow}. */
   view() {
     const { viewport } = this.viewer;
@@ -207,13 +215,13 @@ export class Pane {
   }
 
   /**
-   * Takes the view of another pane of the same size.
+   * Takes the view of another pane of the same size; less than a screen pixel is no difference.
    *
    * @param {{center: Object, zoom: number}} view
    */
   follow(view) {
     this.pendingView = view;
-    if (this.image && !this.unplaced) {
+    if (this.image && !this.unplaced && !this.hasView(view)) {
       this.viewer.viewport.zoomTo(view.zoom, null, true);
       this.viewer.viewport.panTo(view.center, true);
     }

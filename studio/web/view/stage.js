@@ -131,11 +131,10 @@ export class Stage {
     if (!pane.image) {
       return;
     }
-    if (pane === this.leader) {
-      for (const other of this.panes) {
-        if (other !== pane && !other.cell.hidden) {
-          other.follow(pane.view());
-        }
+    // A pane that follows may move by itself as well, when it gets its size.
+    for (const other of this.panes) {
+      if (other !== this.leader && !other.cell.hidden && this.leader.image) {
+        other.follow(this.leader.view());
       }
     }
     if (pane === this.pane) {

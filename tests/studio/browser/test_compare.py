@@ -72,7 +72,7 @@ class OpeningTest(BrowserTest):
         self.assertEqual(page.text("value").split()[0], str(samples[row, column]))
         with fits.open(self.folder / "linear.fits") as file:
             expected = WCS(file[0].header).pixel_to_world(column, row)
-        hours = expected.ra.to_string("hourangle", sep=":", pad=True, precision=1)
+        hours = expected.ra.to_string("hourangle", sep=":", pad=True, precision=2)
         self.assertIn(hours, page.text("sky"))
 
     def test_linear_data_is_suggested_and_not_decided(self):
