@@ -82,7 +82,7 @@ void Welcome(const RequestGuard& guard, httplib::Response& response) {
 // What cannot be read as a body is refused before it is.
 bool RefuseBody(const httplib::Request& request, httplib::Response& response) {
   if (request.has_header("Transfer-Encoding") ||
-      (request.method != "GET" && request.method != "HEAD" &&
+      (request.method != "GET" && request.method != "HEAD" && request.method != "DELETE" &&
        !request.has_header("Content-Length"))) {
     AnswerError(response, {411, "bad_request", "The length of the body has to be said before it."});
     return true;
