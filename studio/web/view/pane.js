@@ -36,7 +36,9 @@ export class Pane {
       springStiffness: 9,
       gestureSettingsMouse: { clickToZoom: false, dblClickToZoom: true, flickEnabled: false },
       timeout: 120000,
-      tileRetryMax: 1,
+      // A connection that the server closes while it idles may take a request with it.
+      tileRetryMax: 4,
+      tileRetryDelay: 300,
     });
     this.stack = new LayerStack(this.viewer, tileSize, changed);
     this.image = null;

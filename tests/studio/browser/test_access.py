@@ -4,10 +4,11 @@ import os
 import pathlib
 import unittest
 
-from scenes import read_image, own_results, write_linear_fits, write_network, write_scene
-from studio import LARGE, SMALL, BrowserTest, By, Keys, Studio, set_size
-
 import numpy
+from selenium.webdriver.common.keys import Keys
+
+from scenes import own_results, read_image, write_linear_fits, write_network, write_scene
+from page import LARGE, SMALL, BrowserTest, Studio, set_size
 
 AXE = pathlib.Path(os.environ["NEBULEX2_TEST_AXE"])
 SCAN = """

@@ -6,7 +6,7 @@ import numpy
 from astropy.io import fits
 
 from scenes import own_results, read_image, write_network, write_scene
-from studio import BrowserTest, to_8_bits
+from page import BrowserTest, to_8_bits
 
 PART = (0.5, 0.5, 300)
 

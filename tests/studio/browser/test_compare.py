@@ -5,10 +5,11 @@ import unittest
 import numpy
 from astropy.io import fits
 from astropy.wcs import WCS
+from selenium.webdriver.common.keys import Keys
 
-from scenes import (COLUMNS, ROWS, own_results, read_image, write_image, write_linear_fits, write_network,
+from scenes import (COLUMNS, ROWS, own_results, read_image, write_linear_fits, write_network,
                     write_scene)
-from studio import BrowserTest, By, Keys, to_8_bits
+from page import BrowserTest, to_8_bits
 
 PART = (0.5, 0.5, 300)
 LEFT, RIGHT = (0.3, 0.5, 120), (0.7, 0.5, 120)

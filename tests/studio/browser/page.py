@@ -5,7 +5,6 @@ import pathlib
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import time
 import unittest
@@ -16,9 +15,6 @@ from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
-from selenium.webdriver.common.keys import Keys
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "e2e"))
 
 STUDIO = pathlib.Path(os.environ["NEBULEX2_STUDIO"])
 CHROMIUM = os.environ.get("NEBULEX2_TEST_CHROMIUM", "chromium")
@@ -281,7 +277,3 @@ class BrowserTest(unittest.TestCase):
 def to_8_bits(samples):
     """16-bit samples as the page shows them."""
     return numpy.rint(samples / 257.0).astype(int)
-
-
-__all__ = ["ActionChains", "BrowserTest", "By", "Keys", "LARGE", "Page", "SMALL", "Studio", "open_browser",
-           "set_size", "to_8_bits"]
