@@ -203,29 +203,30 @@ export class Pane {
     return { x: across * this.image.width, y: down * this.image.width };
   }
 
-  hasView({ center, zoom }) {
+  hasView({ center, scale }) {
     const { viewport } = this.viewer;
     const apart = viewport.deltaPixelsFromPoints(viewport.getCenter(true).minus(center), true);
-    const grown = Math.abs(zoom / viewport.getZoom(true) - 1) * viewport.getContainerSize().x;
-    return Math.max(Math.abs(apart.x), Math.abs(apart.y), grown) < 1 / devicePixelRatio;
+    const isNear = Math.max(Math.abs(apart.x), Math.abs(apart.y)) < 1 / devicePixelRatio;
+    return isNear && Math.abs(scale / this.scale() - 1) < 1e-9;
   }
 
-  /** Centre and zoom, for {@link follow}. */
+  /** Centre and scale, for {@link follow}. */
   view() {
     const { viewport } = this.viewer;
-    return { center: viewport.getCenter(true), zoom: viewport.getZoom(true) };
+    return { center: viewport.getCenter(true), scale: this.scale() };
   }
 
   /**
-   * Takes the view of another pane of the same size; less than a screen pixel is no difference.
+   * Takes the view of another pane; to be less than a screen pixel aside is no difference.
    *
-   * @param {{center: Object, zoom: number}} view
+   * @param {{center: Object, scale: number}} view
    */
   follow(view) {
     this.pendingView = view;
     if (this.image && !this.unplaced && !this.hasView(view)) {
-      this.viewer.viewport.zoomTo(view.zoom, null, true);
-      this.viewer.viewport.panTo(view.center, true);
+      const { viewport } = this.viewer;
+      viewport.zoomTo((view.scale * this.image.width) / viewport.getContainerSize().x, null, true);
+      viewport.panTo(view.center, true);
     }
   }
 }

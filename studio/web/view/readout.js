@@ -57,7 +57,9 @@ export function connectReadout(store, stage) {
     if (pane) {
       const box = pane.container.getBoundingClientRect();
       root.dataset.crosshair = "false";
-      at(pane, event.clientX - box.left, event.clientY - box.top);
+      // The middle of the screen's pixel: its edge may be another pixel of the image.
+      const half = 0.5 / devicePixelRatio;
+      at(pane, event.clientX - box.left + half, event.clientY - box.top + half);
     }
   });
   root.addEventListener("pointerleave", () => {
