@@ -19,7 +19,7 @@ struct ServerLimits {
   std::size_t threads = 64;   // connections at a time, open event streams among them
   std::size_t waiting = 128;  // connections that wait for one of them; others get 503
   std::size_t requestsPerConnection = 1000;
-  std::chrono::milliseconds idle{5000};         // an open connection without a request
+  std::chrono::milliseconds idle{60'000};       // an open connection without a request
   std::chrono::milliseconds idleWhenBusy{200};  // the same while others wait
   ConnectionLimits connection;
 };
