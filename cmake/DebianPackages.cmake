@@ -30,11 +30,17 @@ nebulex_install_tclap_licence(Program "${NEBULEX_DOC_DIR}")
 nebulex_install_notices(Library "${library_documents}")
 nebulex_install_onnxruntime_licences(Library "${library_documents}")
 
-install(CODE "
-  file(MAKE_DIRECTORY \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin\")
-  file(CREATE_LINK ../lib/nebulex2/nebulex2
-    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin/nebulex2\" SYMBOLIC)"
-  COMPONENT Program)
+set(programs nebulex2)
+if(NEBULEX_BUILD_STUDIO)
+  list(APPEND programs nebulex2-studio)
+endif()
+foreach(program IN LISTS programs)
+  install(CODE "
+    file(MAKE_DIRECTORY \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin\")
+    file(CREATE_LINK ../lib/nebulex2/${program}
+      \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin/${program}\" SYMBOLIC)"
+    COMPONENT Program)
+endforeach()
 
 # --- The packages ---
 

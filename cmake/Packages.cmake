@@ -25,6 +25,14 @@ function(nebulex_install_tclap_licence component folder)
   install(FILES "${tclap_licence}" DESTINATION "${folder}/licenses/tclap" COMPONENT ${component})
 endfunction()
 
+if(NEBULEX_BUILD_STUDIO AND NOT NEBULEX_LAYOUT STREQUAL "prefix")
+  install(FILES "${OPENSEADRAGON_ROOT}/LICENSE.txt"
+    DESTINATION "${NEBULEX_DOC_DIR}/licenses/openseadragon" COMPONENT Program)
+  # A library of headers, so no package that is depended on brings its licence.
+  install(FILES /usr/share/doc/nlohmann-json3-dev/copyright
+    DESTINATION "${NEBULEX_DOC_DIR}/licenses/nlohmann-json" COMPONENT Program)
+endif()
+
 if(NEBULEX_LAYOUT STREQUAL "portable")
   nebulex_install_notices(Program .)
   nebulex_install_onnxruntime_licences(Library .)

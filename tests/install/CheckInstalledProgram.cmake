@@ -1,5 +1,5 @@
 # cmake -D build=DIR -D version=X.Y.Z -D libraries=NAME;... -D python_files=FILE;...
-#       -D build_type=TYPE -P CheckInstalledProgram.cmake
+#       -D build_type=TYPE -D studio=BOOL -P CheckInstalledProgram.cmake
 #
 # Fails unless the install holds exactly the files it should, and the program runs and finds its
 # network after the whole tree was moved.
@@ -34,6 +34,12 @@ foreach(library IN LISTS libraries)
   list(APPEND expected "bin/${library}")
 endforeach()
 list(APPEND expected ${python_files})
+if(studio)
+  list(APPEND expected
+    "bin/nebulex2-studio"
+    "share/applications/nebulex2-studio.desktop"
+    "share/icons/hicolor/scalable/apps/nebulex2-studio.svg")
+endif()
 list(SORT expected)
 file(GLOB_RECURSE installed RELATIVE "${second}" "${second}/*")
 list(SORT installed)
@@ -45,6 +51,14 @@ execute_process(COMMAND "${second}/bin/nebulex2" --version
   OUTPUT_VARIABLE answer COMMAND_ERROR_IS_FATAL ANY)
 if(NOT answer MATCHES "version: ${version}")
   message(FATAL_ERROR "Asked for its version, the installed program says\n${answer}")
+endif()
+
+if(studio)
+  execute_process(COMMAND "${second}/bin/nebulex2-studio" --version
+    OUTPUT_VARIABLE answer COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT answer MATCHES "${version}")
+    message(FATAL_ERROR "Asked for its version, the installed studio says\n${answer}")
+  endif()
 endif()
 
 # A run that fails for want of an input says where it found its network.
