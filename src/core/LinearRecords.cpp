@@ -20,6 +20,7 @@ Diagnostic ClippedBeforeMtfRecord(const RangeStatistics& range) {
 std::vector<Diagnostic> TransferRecords(const std::vector<LinearChannelStats>& channels,
                                         const ProcessingSettings& settings, double fixedDivisor) {
   std::vector<Diagnostic> records;
+  records.reserve(channels.size());
   for (const LinearChannelStats& stats : channels) {
     records.push_back(Information(
         "linear_mtf",
@@ -37,6 +38,7 @@ std::vector<Diagnostic> TransferRecords(const std::vector<LinearChannelStats>& c
 
 std::vector<Diagnostic> RestorationRecords(const std::vector<RestoredSamples>& channels) {
   std::vector<Diagnostic> records;
+  records.reserve(channels.size());
   for (const RestoredSamples& restored : channels) {
     records.push_back(
         Information("shadow_restoration",
