@@ -11,7 +11,6 @@
 #include "backend/ModelLookup.h"
 #include "common/OutOfMemory.h"
 #include "common/Platform.h"
-#include "core/SettingRules.h"
 #include "lib/Errors.h"
 #include "lib/Messages.h"
 
@@ -63,8 +62,7 @@ nebulex_model* OpenModel(const char* path, const nebulex_model_options& options)
     SendMessage(options.log, options.log_context, backend::DiagnosticOf(line));
   };
   try {
-    auto model = std::unique_ptr<nebulex_model>(new nebulex_model{
-        lookup.path, {lookup.path, core::kWindow, log, false, PlatformFor(options)}});
+    auto model = std::make_unique<nebulex_model>(lookup.path, log, PlatformFor(options));
     log("Backend: ONNX Runtime (" + model->backend.ProviderName() + ")");
     return model.release();
   } catch (const std::exception& error) {

@@ -6,10 +6,15 @@
 #include <string>
 
 #include "backend/OnnxRuntimeBackend.h"
+#include "core/SettingRules.h"
 
 // What the opaque handle of the interface points at. Everything in it may be used from several
 // threads at once.
 struct nebulex_model {
+  nebulex_model(const std::string& modelPath, const project_lumen::backend::MessageCallback& log,
+                const project_lumen::backend::ProviderPlatform& platform)
+      : path(modelPath), backend(modelPath, project_lumen::core::kWindow, log, false, platform) {}
+
   std::string path;
   project_lumen::backend::OnnxRuntimeBackend backend;
 };
